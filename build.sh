@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# Builds and tests the project; installs what it needs from Debian's packages.
+#
+#   ./build.sh [build]                      configure and build into build/
+#   ./build.sh test [--sanitize=LIST]       build, then run the whole suite through CTest
+#   ./build.sh demo                         run the demo
+#   ./build.sh bench                        run the benchmarks
+#
+# --sanitize=address,undefined or --sanitize=thread builds into its own folder
+# (build-asan-ubsan/, build-tsan/) in Debug mode.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+PACKAGES=(cmake g++ ninja-build pkg-config
+          libgtest-dev libgmock-dev libbenchmark-dev
+          libboost-dev libboost-context-dev
+          libnng-dev nlohmann-json3-dev python3-avro)
+
+die() { echo "build.sh: $*" >&2; exit 2; }
+
+ensure_packages() {
+  local missing=()
+  for p in "${PACKAGES[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  echo "build.sh: installing ${missing[*]}"
+  local sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo="sudo"
+  $sudo apt-get update
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y --no-install-recommends "${missing[@]}"
+}
+
+command="${1:-build}"
+[ $# -gt 0 ] && shift
+sanitize=""
+build_type="Release"
+for arg in "$@"; do
+  case "$arg" in
+    --sanitize=*) sanitize="${arg#--sanitize=}" ;;
+    --debug) build_type="Debug" ;;
+    *) die "unknown option '$arg'" ;;
+  esac
+done
+
+case "$sanitize" in
+  "") build_dir="build" ;;
+  address,undefined|undefined,address|address|undefined)
+      build_dir="build-asan-ubsan"; build_type="Debug" ;;
+  thread) build_dir="build-tsan"; build_type="Debug" ;;
+  *) die "unsupported sanitizer set '$sanitize' (use address,undefined or thread)" ;;
+esac
+
+build() {
+  ensure_packages
+  cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" -DLSP_SANITIZE="$sanitize"
+  cmake --build "$build_dir" -j2
+}
+
+case "$command" in
+  build) build ;;
+  test)
+    build
+    export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}"
+    export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
+    export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}"
+    ctest --test-dir "$build_dir" --output-on-failure -j2
+    ;;
+  demo)
+    echo "build.sh: the demo is not there yet" >&2
+    exit 1
+    ;;
+  bench)
+    echo "build.sh: the benchmarks are not there yet" >&2
+    exit 1
+    ;;
+  *) die "unknown command '$command' (build, test, demo or bench)" ;;
+esac
