@@ -1,0 +1,13 @@
+#ifndef CPPMICROSERVICES_FRAMEWORKCONFIG_H
+#define CPPMICROSERVICES_FRAMEWORKCONFIG_H
+
+#include "cppmicroservices/GlobalConfig.h"
+
+// Build-time facts about this framework that bundle code may test.
+#define US_FRAMEWORK_VERSION_MAJOR 3
+#define US_FRAMEWORK_VERSION_MINOR 7
+#define US_FRAMEWORK_VERSION_PATCH 0
+#define US_FRAMEWORK_VERSION_STR "3.7.0"
+#define US_ENABLE_THREADING_SUPPORT 1
+
+#endif // CPPMICROSERVICES_FRAMEWORKCONFIG_H
