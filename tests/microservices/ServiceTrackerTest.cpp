@@ -1,0 +1,312 @@
+#include "cppmicroservices/BundleContext.h"
+#include "cppmicroservices/Constants.h"
+#include "cppmicroservices/Framework.h"
+#include "cppmicroservices/FrameworkFactory.h"
+#include "cppmicroservices/LDAPFilter.h"
+#include "cppmicroservices/ServiceException.h"
+#include "cppmicroservices/ServiceTracker.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <future>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace cppmicroservices;
+
+namespace trackertest
+{
+    struct Clock
+    {
+        virtual ~Clock() = default;
+        virtual std::string zone() const = 0;
+    };
+
+    struct ZoneClock : Clock
+    {
+        explicit ZoneClock(std::string z) : z(std::move(z)) {}
+        std::string zone() const override { return z; }
+        std::string z;
+    };
+} // namespace trackertest
+
+using trackertest::Clock;
+using trackertest::ZoneClock;
+
+namespace
+{
+    // Records what the tracker asked of it; declines services whose "decline" property is true.
+    class RecordingCustomizer : public ServiceTrackerCustomizer<Clock>
+    {
+      public:
+        explicit RecordingCustomizer(BundleContext context) : context(std::move(context)) {}
+
+        std::shared_ptr<Clock>
+        AddingService(ServiceReference<Clock> const& reference) override
+        {
+            ++adding;
+            auto const decline = reference.GetProperty("decline");
+            if (!decline.Empty() && any_cast<bool>(decline))
+            {
+                return nullptr;
+            }
+            ++added;
+            return context.GetService(reference);
+        }
+
+        void
+        ModifiedService(ServiceReference<Clock> const&, std::shared_ptr<Clock> const&) override
+        {
+            ++modified;
+        }
+
+        void
+        RemovedService(ServiceReference<Clock> const&, std::shared_ptr<Clock> const& service) override
+        {
+            EXPECT_TRUE(service);
+            ++removed;
+        }
+
+        BundleContext context;
+        std::atomic<int> adding { 0 };
+        std::atomic<int> added { 0 };
+        std::atomic<int> modified { 0 };
+        std::atomic<int> removed { 0 };
+    };
+
+    class ServiceTrackerTest : public ::testing::Test
+    {
+      protected:
+        void
+        SetUp() override
+        {
+            framework = FrameworkFactory().NewFramework();
+            framework.Start();
+            context = framework.GetBundleContext();
+        }
+
+        void
+        TearDown() override
+        {
+            framework.Stop();
+            auto const event = framework.WaitForStop(std::chrono::seconds(30));
+            EXPECT_EQ(FrameworkEvent::FRAMEWORK_STOPPED, event.GetType());
+        }
+
+        ServiceRegistration<Clock>
+        registerClock(std::string const& zone, ServiceProperties properties = {})
+        {
+            properties["zone"] = zone;
+            return context.RegisterService<Clock>(std::make_shared<ZoneClock>(zone), properties);
+        }
+
+        Framework framework { FrameworkFactory().NewFramework() };
+        BundleContext context;
+    };
+
+    TEST_F(ServiceTrackerTest, FilterSelectsServicesAndUnregistrationIsSeen)
+    {
+        RecordingCustomizer customizer(context);
+        ServiceTracker<Clock> tracker(context, LDAPFilter("(&(objectclass=trackertest::Clock)(zone=UTC))"), &customizer);
+        auto utcBefore = registerClock("UTC");
+        auto cet = registerClock("CET");
+        tracker.Open();
+        EXPECT_EQ(1, tracker.Size());
+        auto utcAfter = registerClock("UTC");
+        EXPECT_EQ(2, tracker.Size());
+        for (auto const& clock : tracker.GetServices())
+        {
+            EXPECT_EQ("UTC", clock->zone());
+        }
+
+        utcBefore.Unregister();
+        EXPECT_EQ(1, tracker.Size());
+        EXPECT_EQ(1, customizer.removed);
+        EXPECT_EQ(utcAfter.GetReference(), tracker.GetServiceReference());
+
+        tracker.Close();
+        EXPECT_EQ(2, customizer.removed);
+        EXPECT_EQ(2, customizer.added);
+        EXPECT_EQ(-1, tracker.GetTrackingCount());
+        EXPECT_TRUE(tracker.IsEmpty());
+    }
+
+    TEST_F(ServiceTrackerTest, DeclinedServiceStaysUntrackedAndIsOfferedAgainWhenModified)
+    {
+        RecordingCustomizer customizer(context);
+        ServiceTracker<Clock> tracker(context, &customizer);
+        tracker.Open();
+        auto declined = registerClock("UTC", { { "decline", true } });
+        EXPECT_EQ(1, customizer.adding);
+        EXPECT_EQ(0, tracker.Size());
+        EXPECT_EQ(nullptr, tracker.GetService());
+
+        declined.SetProperties({ { "zone", std::string("UTC") }, { "decline", true } });
+        EXPECT_EQ(2, customizer.adding);
+        EXPECT_EQ(0, tracker.Size());
+
+        declined.SetProperties({ { "zone", std::string("UTC") }, { "decline", false } });
+        EXPECT_EQ(3, customizer.adding);
+        EXPECT_EQ(1, tracker.Size());
+
+        declined.Unregister();
+        tracker.Close();
+        // Only the one accepted service is ever removed.
+        EXPECT_EQ(1, customizer.removed);
+    }
+
+    TEST_F(ServiceTrackerTest, PropertyChangesModifyOrEndTheMatch)
+    {
+        RecordingCustomizer customizer(context);
+        ServiceTracker<Clock> tracker(context, LDAPFilter("(zone=UTC)"), &customizer);
+        tracker.Open();
+        auto clock = registerClock("UTC");
+        int const countAfterAdd = tracker.GetTrackingCount();
+
+        clock.SetProperties({ { "zone", std::string("UTC") }, { "extra", 1 } });
+        EXPECT_EQ(1, customizer.modified);
+        EXPECT_GT(tracker.GetTrackingCount(), countAfterAdd);
+
+        clock.SetProperties({ { "zone", std::string("CET") } });
+        EXPECT_EQ(1, customizer.removed);
+        EXPECT_EQ(0, tracker.Size());
+    }
+
+    TEST_F(ServiceTrackerTest, BestServiceIsHighestRankingThenLowestId)
+    {
+        ServiceTracker<Clock> tracker(context);
+        tracker.Open();
+        EXPECT_THROW(
+            {
+                try
+                {
+                    tracker.GetServiceReference();
+                }
+                catch (ServiceException const& e)
+                {
+                    EXPECT_STREQ("No service is being tracked", e.what());
+                    throw;
+                }
+            },
+            ServiceException);
+
+        auto first = registerClock("first");
+        auto second = registerClock("second");
+        EXPECT_EQ("first", tracker.GetService()->zone());
+        auto ranked = registerClock("ranked", { { Constants::SERVICE_RANKING, 5 } });
+        EXPECT_EQ("ranked", tracker.GetService()->zone());
+        ranked.Unregister();
+        EXPECT_EQ(first.GetReference(), tracker.GetServiceReference());
+    }
+
+    TEST_F(ServiceTrackerTest, TrackingByReferenceAndByClassName)
+    {
+        auto one = registerClock("one");
+        auto two = registerClock("two");
+        ServiceTracker<Clock> byReference(context, one.GetReference());
+        byReference.Open();
+        ASSERT_EQ(1, byReference.Size());
+        EXPECT_EQ("one", byReference.GetService()->zone());
+
+        ServiceTracker<void> untyped(context, "::trackertest::Clock");
+        untyped.Open();
+        EXPECT_EQ(2, untyped.Size());
+        auto const map = untyped.GetService();
+        ASSERT_TRUE(map);
+        EXPECT_EQ(1u, map->count("trackertest::Clock"));
+    }
+
+    TEST_F(ServiceTrackerTest, WaitForServiceReturnsWhatAnotherThreadRegisters)
+    {
+        ServiceTracker<Clock> tracker(context);
+        tracker.Open();
+        EXPECT_EQ(nullptr, tracker.WaitForService(std::chrono::milliseconds(1)));
+        EXPECT_THROW(tracker.WaitForService(std::chrono::milliseconds(-1)), std::invalid_argument);
+
+        ServiceRegistration<Clock> registration;
+        std::thread registrar([&] { registration = registerClock("late"); });
+        auto const clock = tracker.WaitForService(std::chrono::seconds(30));
+        registrar.join();
+        ASSERT_TRUE(clock);
+        EXPECT_EQ("late", clock->zone());
+    }
+
+    TEST_F(ServiceTrackerTest, CustomizerMayCloseItsOwnTracker)
+    {
+        struct Closer : ServiceTrackerCustomizer<Clock>
+        {
+            std::shared_ptr<Clock>
+            AddingService(ServiceReference<Clock> const&) override
+            {
+                tracker->Close();
+                return nullptr;
+            }
+            void ModifiedService(ServiceReference<Clock> const&, std::shared_ptr<Clock> const&) override {}
+            void RemovedService(ServiceReference<Clock> const&, std::shared_ptr<Clock> const&) override {}
+            ServiceTracker<Clock>* tracker = nullptr;
+        } closer;
+        ServiceTracker<Clock> tracker(context, &closer);
+        closer.tracker = &tracker;
+        tracker.Open();
+        registerClock("UTC");
+        EXPECT_EQ(-1, tracker.GetTrackingCount());
+    }
+
+    // Many threads register and unregister while trackers open and close: every service a
+    // customizer accepted is removed exactly once, and nothing stays tracked.
+    TEST_F(ServiceTrackerTest, ConcurrentRegistrationAndTrackingKeepAddsAndRemovesBalanced)
+    {
+        constexpr int threads = 8;
+        constexpr int rounds = 100;
+        RecordingCustomizer customizer(context);
+        ServiceTracker<Clock> steady(context, &customizer);
+        steady.Open();
+
+        std::promise<void> go;
+        std::shared_future<void> released = go.get_future().share();
+        std::vector<std::thread> workers;
+        for (int t = 0; t < threads; ++t)
+        {
+            workers.emplace_back(
+                [&, t]
+                {
+                    released.wait();
+                    for (int i = 0; i < rounds; ++i)
+                    {
+                        if (t % 4 == 0)
+                        {
+                            RecordingCustomizer own(context);
+                            ServiceTracker<Clock> churn(context, &own);
+                            churn.Open();
+                            churn.Close();
+                            EXPECT_EQ(own.added.load(), own.removed.load());
+                            continue;
+                        }
+                        auto registration = registerClock("zone" + std::to_string(t),
+                                                          { { "decline", i % 3 == 0 } });
+                        if (i % 2 == 0)
+                        {
+                            registration.SetProperties({ { "zone", std::string("moved") } });
+                        }
+                        registration.Unregister();
+                    }
+                });
+        }
+        go.set_value();
+        for (auto& worker : workers)
+        {
+            worker.join();
+        }
+        EXPECT_EQ(0, steady.Size());
+        steady.Close();
+        EXPECT_EQ(customizer.added.load(), customizer.removed.load());
+        EXPECT_GT(customizer.added.load(), 0);
+    }
+} // namespace
