@@ -90,6 +90,7 @@ namespace cppmicroservices
 
         // (key~=value)
         LDAPPropExpr Approx(std::string const& s) const;
+        LDAPPropExpr Approx(char const* s) const;
         LDAPPropExpr Approx(Any const& s) const;
 
         // (key=*): the property is set.

@@ -101,6 +101,12 @@ namespace cppmicroservices
     }
 
     LDAPPropExpr
+    LDAPProp::Approx(char const* s) const
+    {
+        return Compare("~=", s);
+    }
+
+    LDAPPropExpr
     LDAPProp::Approx(Any const& s) const
     {
         return Compare("~=", s.ToStringNoExcept());

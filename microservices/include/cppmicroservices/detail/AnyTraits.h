@@ -32,7 +32,7 @@ namespace cppmicroservices::detail
     {
     };
     template <typename T>
-    struct AnyHasOpEq : AnyHasOpEqShallow<T>
+    struct AnyHasOpEq : std::conditional_t<std::is_array_v<T>, std::false_type, AnyHasOpEqShallow<T>>
     {
     };
     template <typename E, typename A>
