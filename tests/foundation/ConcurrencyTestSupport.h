@@ -17,11 +17,10 @@ inline std::chrono::steady_clock::time_point deadline(std::chrono::milliseconds 
 // Closed until open(); wait() blocks while closed.
 class Gate {
 public:
+    // Notifies with the lock held: a waiter may destroy the gate as soon as it returns.
     void open() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            open_ = true;
-        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        open_ = true;
         opened_.notify_all();
     }
     bool wait(std::chrono::steady_clock::time_point until = deadline()) {
@@ -42,21 +41,19 @@ public:
     explicit Barrier(std::size_t parties) : parties_(parties) {}
     bool arriveAndWait(std::chrono::steady_clock::time_point until = deadline()) {
         std::unique_lock<std::mutex> lock(mutex_);
-        if (++arrived_ >= parties_) {
-            allArrived_.notify_all();
-            return true;
-        }
-        return allArrived_.wait_until(lock, until, [this] { return arrived_ >= parties_; });
+        ++arrived_;
+        arrival_.notify_all();  // for waitForArrivals as well as the other parties
+        return arrival_.wait_until(lock, until, [this] { return arrived_ >= parties_; });
     }
     // Waits until `n` parties have arrived, without arriving.
     bool waitForArrivals(std::size_t n, std::chrono::steady_clock::time_point until = deadline()) {
         std::unique_lock<std::mutex> lock(mutex_);
-        return allArrived_.wait_until(lock, until, [&] { return arrived_ >= n; }) || arrived_ >= n;
+        return arrival_.wait_until(lock, until, [&] { return arrived_ >= n; });
     }
 
 private:
     std::mutex mutex_;
-    std::condition_variable allArrived_;
+    std::condition_variable arrival_;
     const std::size_t parties_;
     std::size_t arrived_ = 0;
 };
@@ -64,11 +61,10 @@ private:
 // A counter others can wait on.
 class Counter {
 public:
+    // Notifies with the lock held: a waiter may destroy the counter as soon as it returns.
     void increment() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            ++count_;
-        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        ++count_;
         changed_.notify_all();
     }
     std::size_t value() {
