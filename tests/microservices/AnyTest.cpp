@@ -237,6 +237,8 @@ namespace
             { Any(std::map<std::string, Any>{ { "a", std::string("x") }, { "b", Any() } }), R"({"a" : "x", "b" : null})" },
             { Any(std::map<std::string, int>{ { "q\"k", 1 } }), R"({"q"k" : 1})" },
             { Any(std::map<std::string, int>{}), "{}" },
+            { Any(std::map<int, int, std::greater<int>>{ { 1, 1 }, { 2, 4 } }), R"({"2" : 4, "1" : 1})" },
+            { Any(cppmicroservices::unordered_any_cimap{ { "Key", 1 } }), R"({"Key" : 1})" },
             { Any(AnyMap{ AnyMap::ORDERED_MAP, { { "n", 1 }, { "v", std::vector<Any>{ true, 2.5 } } } }),
               R"({"n" : 1, "v" : [true,2.5]})" },
             { Any(std::function<int(int)>([](int x) { return x; })), "" },

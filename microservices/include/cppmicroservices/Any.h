@@ -6,6 +6,7 @@
 #ifndef CPPMICROSERVICES_ANY_H
 #define CPPMICROSERVICES_ANY_H
 
+#include "cppmicroservices/GlobalConfig.h"
 #include "cppmicroservices/detail/AnyTraits.h"
 
 #include <cstdint>
@@ -33,28 +34,28 @@ namespace cppmicroservices
 
     // Writes a newline and `indent` spaces when pretty printing (increment > 0); otherwise
     // writes nothing.
-    std::ostream& newline_and_indent(std::ostream& os, uint8_t const increment, int32_t const indent);
+    US_Framework_EXPORT std::ostream& newline_and_indent(std::ostream& os, uint8_t const increment, int32_t const indent);
 
     // ---- Text printers: `os << val`, containers as [a,b], maps as {k : v, k2 : v2}. ----
     // Floating point uses DOUBLE_PRECISION significant digits, bool prints true/false.
     // A type without operator<< prints its type name. They throw only what the stream throws.
     template <typename T>
     std::ostream& any_value_to_string(std::ostream& os, T const& val);
-    template <typename E>
-    std::ostream& any_value_to_string(std::ostream& os, std::vector<E> const& val);
-    template <typename E>
-    std::ostream& any_value_to_string(std::ostream& os, std::list<E> const& val);
-    template <typename E>
-    std::ostream& any_value_to_string(std::ostream& os, std::set<E> const& val);
-    template <typename K, typename V>
-    std::ostream& any_value_to_string(std::ostream& os, std::map<K, V> const& val);
-    template <typename K, typename V>
-    std::ostream& any_value_to_string(std::ostream& os, std::unordered_map<K, V> const& val);
+    template <typename E, typename A>
+    std::ostream& any_value_to_string(std::ostream& os, std::vector<E, A> const& val);
+    template <typename E, typename A>
+    std::ostream& any_value_to_string(std::ostream& os, std::list<E, A> const& val);
+    template <typename E, typename C, typename A>
+    std::ostream& any_value_to_string(std::ostream& os, std::set<E, C, A> const& val);
+    template <typename K, typename V, typename C, typename A>
+    std::ostream& any_value_to_string(std::ostream& os, std::map<K, V, C, A> const& val);
+    template <typename K, typename V, typename H, typename P, typename A>
+    std::ostream& any_value_to_string(std::ostream& os, std::unordered_map<K, V, H, P, A> const& val);
     template <typename R, typename... Args>
     std::ostream& any_value_to_string(std::ostream& os, std::function<R(Args...)> const& val);
-    std::ostream& any_value_to_string(std::ostream& os, Any const& val);
-    std::ostream& any_value_to_string(std::ostream& os, any_map const& val);
-    std::ostream& any_value_to_string(std::ostream& os, AnyMap const& val);
+    US_Framework_EXPORT std::ostream& any_value_to_string(std::ostream& os, Any const& val);
+    US_Framework_EXPORT std::ostream& any_value_to_string(std::ostream& os, any_map const& val);
+    US_Framework_EXPORT std::ostream& any_value_to_string(std::ostream& os, AnyMap const& val);
 
     // ---- JSON printers. ----
     // std::string is quoted and escaped; bool prints true/false; anything else streams with
@@ -66,34 +67,34 @@ namespace cppmicroservices
     template <typename T>
     std::ostream& any_value_to_json(std::ostream& os, T const& val, uint8_t const increment = 0,
                                     int32_t const indent = 0);
-    template <typename E>
-    std::ostream& any_value_to_json(std::ostream& os, std::vector<E> const& val, uint8_t const increment = 0,
+    template <typename E, typename A>
+    std::ostream& any_value_to_json(std::ostream& os, std::vector<E, A> const& val, uint8_t const increment = 0,
                                     int32_t const indent = 0);
-    template <typename E>
-    std::ostream& any_value_to_json(std::ostream& os, std::list<E> const& val, uint8_t const increment = 0,
+    template <typename E, typename A>
+    std::ostream& any_value_to_json(std::ostream& os, std::list<E, A> const& val, uint8_t const increment = 0,
                                     int32_t const indent = 0);
-    template <typename E>
-    std::ostream& any_value_to_json(std::ostream& os, std::set<E> const& val, uint8_t const increment = 0,
+    template <typename E, typename C, typename A>
+    std::ostream& any_value_to_json(std::ostream& os, std::set<E, C, A> const& val, uint8_t const increment = 0,
                                     int32_t const indent = 0);
-    template <typename K, typename V>
-    std::ostream& any_value_to_json(std::ostream& os, std::map<K, V> const& val, uint8_t const increment = 0,
+    template <typename K, typename V, typename C, typename A>
+    std::ostream& any_value_to_json(std::ostream& os, std::map<K, V, C, A> const& val, uint8_t const increment = 0,
                                     int32_t const indent = 0);
-    template <typename K, typename V>
-    std::ostream& any_value_to_json(std::ostream& os, std::unordered_map<K, V> const& val,
+    template <typename K, typename V, typename H, typename P, typename A>
+    std::ostream& any_value_to_json(std::ostream& os, std::unordered_map<K, V, H, P, A> const& val,
                                     uint8_t const increment = 0, int32_t const indent = 0);
     template <typename R, typename... Args>
     std::ostream& any_value_to_json(std::ostream& os, std::function<R(Args...)> const& val,
                                     uint8_t const increment = 0, int32_t const indent = 0);
-    std::ostream& any_value_to_json(std::ostream& os, Any const& val, uint8_t const increment = 0,
+    US_Framework_EXPORT std::ostream& any_value_to_json(std::ostream& os, Any const& val, uint8_t const increment = 0,
                                     int32_t const indent = 0);
-    std::ostream& any_value_to_json(std::ostream& os, any_map const& val, uint8_t const increment = 0,
+    US_Framework_EXPORT std::ostream& any_value_to_json(std::ostream& os, any_map const& val, uint8_t const increment = 0,
                                     int32_t const indent = 0);
-    std::ostream& any_value_to_json(std::ostream& os, AnyMap const& val, uint8_t const increment = 0,
+    US_Framework_EXPORT std::ostream& any_value_to_json(std::ostream& os, AnyMap const& val, uint8_t const increment = 0,
                                     int32_t const indent = 0);
 
     // Holds one value of any copyable type, or nothing. Retrieval is by exact type only
     // (any_cast<long> of a stored int fails). Store text as std::string, not as a literal.
-    class Any
+    class US_Framework_EXPORT Any
     {
       public:
         // An empty Any: Empty() is true and Type() is typeid(void).
@@ -274,7 +275,7 @@ namespace cppmicroservices
     }
 
     // Thrown by the value and reference casts when the held type is not the requested one.
-    class BadAnyCastException : public std::bad_cast
+    class US_Framework_EXPORT BadAnyCastException : public std::bad_cast
     {
       public:
         // An empty message makes what() return the generic text
@@ -488,37 +489,37 @@ namespace cppmicroservices
         return os;
     }
 
-    template <typename E>
+    template <typename E, typename A>
     std::ostream&
-    any_value_to_string(std::ostream& os, std::vector<E> const& val)
+    any_value_to_string(std::ostream& os, std::vector<E, A> const& val)
     {
         return detail::AnySequenceToString(os, val.begin(), val.end());
     }
 
-    template <typename E>
+    template <typename E, typename A>
     std::ostream&
-    any_value_to_string(std::ostream& os, std::list<E> const& val)
+    any_value_to_string(std::ostream& os, std::list<E, A> const& val)
     {
         return detail::AnySequenceToString(os, val.begin(), val.end());
     }
 
-    template <typename E>
+    template <typename E, typename C, typename A>
     std::ostream&
-    any_value_to_string(std::ostream& os, std::set<E> const& val)
+    any_value_to_string(std::ostream& os, std::set<E, C, A> const& val)
     {
         return detail::AnySequenceToString(os, val.begin(), val.end());
     }
 
-    template <typename K, typename V>
+    template <typename K, typename V, typename C, typename A>
     std::ostream&
-    any_value_to_string(std::ostream& os, std::map<K, V> const& val)
+    any_value_to_string(std::ostream& os, std::map<K, V, C, A> const& val)
     {
         return detail::AnyMapToString(os, val.begin(), val.end());
     }
 
-    template <typename K, typename V>
+    template <typename K, typename V, typename H, typename P, typename A>
     std::ostream&
-    any_value_to_string(std::ostream& os, std::unordered_map<K, V> const& val)
+    any_value_to_string(std::ostream& os, std::unordered_map<K, V, H, P, A> const& val)
     {
         return detail::AnyMapToString(os, val.begin(), val.end());
     }
@@ -558,37 +559,37 @@ namespace cppmicroservices
         return os;
     }
 
-    template <typename E>
+    template <typename E, typename A>
     std::ostream&
-    any_value_to_json(std::ostream& os, std::vector<E> const& val, uint8_t const increment, int32_t const indent)
+    any_value_to_json(std::ostream& os, std::vector<E, A> const& val, uint8_t const increment, int32_t const indent)
     {
         return detail::AnySequenceToJson(os, val.begin(), val.end(), increment, indent);
     }
 
-    template <typename E>
+    template <typename E, typename A>
     std::ostream&
-    any_value_to_json(std::ostream& os, std::list<E> const& val, uint8_t const increment, int32_t const indent)
+    any_value_to_json(std::ostream& os, std::list<E, A> const& val, uint8_t const increment, int32_t const indent)
     {
         return detail::AnySequenceToJson(os, val.begin(), val.end(), increment, indent);
     }
 
-    template <typename E>
+    template <typename E, typename C, typename A>
     std::ostream&
-    any_value_to_json(std::ostream& os, std::set<E> const& val, uint8_t const increment, int32_t const indent)
+    any_value_to_json(std::ostream& os, std::set<E, C, A> const& val, uint8_t const increment, int32_t const indent)
     {
         return detail::AnySequenceToJson(os, val.begin(), val.end(), increment, indent);
     }
 
-    template <typename K, typename V>
+    template <typename K, typename V, typename C, typename A>
     std::ostream&
-    any_value_to_json(std::ostream& os, std::map<K, V> const& val, uint8_t const increment, int32_t const indent)
+    any_value_to_json(std::ostream& os, std::map<K, V, C, A> const& val, uint8_t const increment, int32_t const indent)
     {
         return detail::AnyMapToJson(os, val.begin(), val.end(), increment, indent);
     }
 
-    template <typename K, typename V>
+    template <typename K, typename V, typename H, typename P, typename A>
     std::ostream&
-    any_value_to_json(std::ostream& os, std::unordered_map<K, V> const& val, uint8_t const increment,
+    any_value_to_json(std::ostream& os, std::unordered_map<K, V, H, P, A> const& val, uint8_t const increment,
                       int32_t const indent)
     {
         return detail::AnyMapToJson(os, val.begin(), val.end(), increment, indent);

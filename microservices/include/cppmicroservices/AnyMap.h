@@ -23,13 +23,13 @@ namespace cppmicroservices
     namespace detail
     {
         // Hash on the ASCII-lower-cased key; never allocates.
-        struct any_map_cihash
+        struct US_Framework_EXPORT any_map_cihash
         {
             std::size_t operator()(std::string const& key) const noexcept;
         };
 
         // Key equality ignoring ASCII case; never allocates.
-        struct any_map_ciequal
+        struct US_Framework_EXPORT any_map_ciequal
         {
             bool operator()(std::string const& l, std::string const& r) const noexcept;
         };
@@ -40,7 +40,7 @@ namespace cppmicroservices
     using unordered_any_cimap
         = std::unordered_map<std::string, Any, detail::any_map_cihash, detail::any_map_ciequal>;
 
-    class any_map
+    class US_Framework_EXPORT any_map
     {
       public:
         enum map_type : uint8_t
@@ -219,7 +219,7 @@ namespace cppmicroservices
         std::variant<ordered_any_map, unordered_any_map, unordered_any_cimap> map_;
     };
 
-    class AnyMap : public any_map
+    class US_Framework_EXPORT AnyMap : public any_map
     {
       public:
         // A map with case-insensitive keys.

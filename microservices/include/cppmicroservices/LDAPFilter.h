@@ -36,10 +36,11 @@ namespace cppmicroservices
         // LDAPFilter::Match, but skips the scan for keys differing only in case, which the
         // registry has already ruled out when the properties were set. Never throws, never
         // allocates; false for an invalid filter.
-        bool LDAPMatchValidatedProperties(LDAPFilter const& filter, AnyMap const& properties) noexcept;
+        US_Framework_EXPORT bool LDAPMatchValidatedProperties(LDAPFilter const& filter,
+                                                          AnyMap const& properties) noexcept;
     } // namespace detail
 
-    class LDAPFilter
+    class US_Framework_EXPORT LDAPFilter
     {
       public:
         // An invalid filter: converts to false, matches nothing, prints as "".
@@ -50,7 +51,9 @@ namespace cppmicroservices
         LDAPFilter(std::string const& filter);
 
         LDAPFilter(LDAPFilter const& other);
+        LDAPFilter(LDAPFilter&& other) noexcept;
         LDAPFilter& operator=(LDAPFilter const& filter);
+        LDAPFilter& operator=(LDAPFilter&& filter) noexcept;
         ~LDAPFilter();
 
         explicit operator bool() const;
@@ -84,7 +87,7 @@ namespace cppmicroservices
     };
 
     // Streams ToString().
-    std::ostream& operator<<(std::ostream& os, LDAPFilter const& filter);
+    US_Framework_EXPORT std::ostream& operator<<(std::ostream& os, LDAPFilter const& filter);
 } // namespace cppmicroservices
 
 #endif

@@ -18,7 +18,7 @@ namespace cppmicroservices
 {
     // A piece of filter text. A default-constructed (null) expression is the neutral
     // element of && and ||.
-    class LDAPPropExpr
+    class US_Framework_EXPORT LDAPPropExpr
     {
       public:
         LDAPPropExpr();
@@ -41,7 +41,7 @@ namespace cppmicroservices
     };
 
     // One property key, to be compared with a value.
-    class LDAPProp
+    class US_Framework_EXPORT LDAPProp
     {
       public:
         LDAPProp(std::string const& property);
@@ -117,10 +117,10 @@ namespace cppmicroservices
     };
 
     // (&(left)(right)); a null side yields the other side.
-    LDAPPropExpr operator&&(LDAPPropExpr const& left, LDAPPropExpr const& right);
+    US_Framework_EXPORT LDAPPropExpr operator&&(LDAPPropExpr const& left, LDAPPropExpr const& right);
 
     // (|(left)(right)); a null side yields the other side.
-    LDAPPropExpr operator||(LDAPPropExpr const& left, LDAPPropExpr const& right);
+    US_Framework_EXPORT LDAPPropExpr operator||(LDAPPropExpr const& left, LDAPPropExpr const& right);
 } // namespace cppmicroservices
 
 #endif

@@ -11,7 +11,11 @@ namespace cppmicroservices
 
     LDAPFilter::LDAPFilter(LDAPFilter const& other) = default;
 
+    LDAPFilter::LDAPFilter(LDAPFilter&& other) noexcept = default;
+
     LDAPFilter& LDAPFilter::operator=(LDAPFilter const& filter) = default;
+
+    LDAPFilter& LDAPFilter::operator=(LDAPFilter&& filter) noexcept = default;
 
     LDAPFilter::~LDAPFilter() = default;
 

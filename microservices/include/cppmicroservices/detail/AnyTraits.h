@@ -3,6 +3,8 @@
 #ifndef CPPMICROSERVICES_DETAIL_ANYTRAITS_H
 #define CPPMICROSERVICES_DETAIL_ANYTRAITS_H
 
+#include "cppmicroservices/GlobalConfig.h"
+
 #include <functional>
 #include <list>
 #include <map>
@@ -74,14 +76,14 @@ namespace cppmicroservices::detail
 
     // The readable (demangled) name of a type, e.g. "std::vector<int, std::allocator<int> >".
     // Never throws for lack of a demangler: falls back to the mangled name.
-    std::string AnyDemangledTypeName(std::type_info const& type);
+    US_Framework_EXPORT std::string AnyDemangledTypeName(std::type_info const& type);
 
     // Throws BadAnyCastException naming the cast function and both types.
-    [[noreturn]] void AnyThrowBadCast(char const* funcName, std::type_info const& source, std::type_info const& target);
+    [[noreturn]] US_Framework_EXPORT void AnyThrowBadCast(char const* funcName, std::type_info const& source, std::type_info const& target);
 
     // Writes `value` as a JSON string literal: quoted, with quotes, backslashes and control
     // characters escaped.
-    void AnyWriteJsonString(std::ostream& os, std::string const& value);
+    US_Framework_EXPORT void AnyWriteJsonString(std::ostream& os, std::string const& value);
 
     // Restores an ostream's precision when it goes out of scope.
     class AnyPrecisionGuard
