@@ -248,7 +248,7 @@ TEST(ThreadPoolTest, WorkersBeyondTheCoreRetireAfterTheIdleTimeout) {
     EXPECT_TRUE(after.waitFor(1));
 }
 
-TEST(ThreadPoolTest, LoweringTheMaximumRetiresSurplusWorkers) {
+TEST(ThreadPoolTest, LoweringTheMaximumRetiresIdleSurplusWorkersAndBoundsConcurrency) {
     ThreadPool pool(4);
     Barrier allRunning(4);
     Counter done;
@@ -259,12 +259,25 @@ TEST(ThreadPoolTest, LoweringTheMaximumRetiresSurplusWorkers) {
         });
     }
     ASSERT_TRUE(done.waitFor(4));
+    ASSERT_TRUE(eventually([&] { return pool.idleThreadCount() == 4; }));
+
     pool.setNewMaximumPoolSize(1);
-    for (int i = 0; i < 8; ++i) {
-        pool.post([&] { done.increment(); });
+    std::atomic<int> running{0};
+    std::atomic<int> mostAtOnce{0};
+    for (int i = 0; i < 50; ++i) {
+        pool.post([&] {
+            const int now = ++running;
+            int seen = mostAtOnce.load();
+            while (now > seen && !mostAtOnce.compare_exchange_weak(seen, now)) {
+            }
+            std::this_thread::yield();
+            --running;
+            done.increment();
+        });
     }
-    ASSERT_TRUE(done.waitFor(12));
-    EXPECT_TRUE(eventually([&] { return pool.threadCount() <= 4u; }));
+    ASSERT_TRUE(done.waitFor(54));
+    EXPECT_EQ(mostAtOnce.load(), 1);
+    EXPECT_TRUE(eventually([&] { return pool.threadCount() == 1u; })) << pool.threadCount();
 }
 
 TEST(ThreadPoolTest, WorkerThreadsKnowTheirPool) {

@@ -84,20 +84,24 @@ std::shared_ptr<WorkHandle> Executor::State::post(const boost::uuids::uuid& grou
     try {
         pool_->post([self = shared_from_this()] { self->runNext(); });
     } catch (...) {
-        std::lock_guard<std::mutex> lock(itemsMutex_);
-        // Another pool task may already have taken our item; then the pool refused work
-        // for good and the newest queued item is the one left without a task.
-        if (!unqueue(sequence)) {
-            auto& queue = !normalQueue_.empty() ? normalQueue_ : highPriorityQueue_;
-            if (!queue.empty()) {
-                Item orphan = std::move(queue.back());
-                queue.pop_back();
-                orphan.handle->requestStop();
-                orphan.handle->markFinished();
-                forget(orphan.sequence, orphan.handle->group());
-                threadPoolLogger().log(log::severity::error,
-                                       "Executor discarded a work item: its thread pool refused it");
+        std::shared_ptr<WorkHandle> orphan;
+        {
+            std::lock_guard<std::mutex> lock(itemsMutex_);
+            // Another pool task may already have taken our item; then the pool refused
+            // work for good and the newest queued item is the one left without a task.
+            if (!unqueue(sequence)) {
+                auto& queue = !normalQueue_.empty() ? normalQueue_ : highPriorityQueue_;
+                if (!queue.empty()) {
+                    orphan = queue.back().handle;
+                    forget(queue.back().sequence, orphan->group());
+                    queue.pop_back();
+                }
             }
+        }
+        if (orphan) {
+            orphan->requestStop();
+            orphan->markFinished();
+            threadPoolLogger().log(log::severity::error, "Executor discarded a work item: its thread pool refused it");
         }
         itemFinished_.notify_all();
         throw;

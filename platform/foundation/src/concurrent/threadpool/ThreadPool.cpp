@@ -29,15 +29,18 @@ public:
 
 private:
     void workerLoop();
-    // Call with queueMutex_ held.
+    // Call with poolMutex_ held.
     void startWorker();
-    // Call with queueMutex_ held, from the retiring worker itself.
+    // Call with poolMutex_ held, from the retiring worker itself.
     void retireCallingWorker();
+    // Call with poolMutex_ held. True while there are more workers than the maximum allows.
+    bool isSurplus() const;
 
     // The pool whose worker the current thread is, if any.
     static thread_local const State* currentPool_;
 
-    mutable std::mutex queueMutex_;
+    // Guards everything below.
+    mutable std::mutex poolMutex_;
     std::condition_variable workAvailable_;
     std::condition_variable shutDownFinished_;
     std::deque<std::function<void()>> tasks_;
@@ -54,8 +57,14 @@ private:
 thread_local const ThreadPool::State* ThreadPool::State::currentPool_ = nullptr;
 
 void ThreadPool::State::setMaximum(unsigned maximum) {
-    std::lock_guard<std::mutex> lock(queueMutex_);
+    std::lock_guard<std::mutex> lock(poolMutex_);
+    const bool lowered = maximum != 0 && (maximum_ == 0 || maximum < maximum_);
     maximum_ = maximum;
+    if (lowered) {
+        // Idle surplus workers must retire now, or a post could wake more than the maximum.
+        workAvailable_.notify_all();
+        return;
+    }
     // Queued work that waited for the old maximum gets threads now.
     while (!shuttingDown_ && tasks_.size() > idle_ + starting_ &&
            (maximum_ == 0 || workers_.size() < maximum_)) {
@@ -68,13 +77,13 @@ void ThreadPool::State::setMaximum(unsigned maximum) {
 }
 
 unsigned ThreadPool::State::maximum() const {
-    std::lock_guard<std::mutex> lock(queueMutex_);
+    std::lock_guard<std::mutex> lock(poolMutex_);
     return maximum_;
 }
 
 void ThreadPool::State::setIdleTimeout(std::chrono::milliseconds timeout) {
     {
-        std::lock_guard<std::mutex> lock(queueMutex_);
+        std::lock_guard<std::mutex> lock(poolMutex_);
         idleTimeout_ = timeout;
     }
     // Surplus workers re-arm their wait with the new timeout.
@@ -82,14 +91,14 @@ void ThreadPool::State::setIdleTimeout(std::chrono::milliseconds timeout) {
 }
 
 std::chrono::milliseconds ThreadPool::State::idleTimeout() const {
-    std::lock_guard<std::mutex> lock(queueMutex_);
+    std::lock_guard<std::mutex> lock(poolMutex_);
     return idleTimeout_;
 }
 
 void ThreadPool::State::post(std::function<void()> task) {
     std::vector<std::thread> finished;
     {
-        std::unique_lock<std::mutex> lock(queueMutex_);
+        std::unique_lock<std::mutex> lock(poolMutex_);
         if (shuttingDown_) {
             throw std::runtime_error("Thread pool is shut down");
         }
@@ -133,13 +142,24 @@ void ThreadPool::State::retireCallingWorker() {
         retired_.push_back(std::move(found->second));
         workers_.erase(found);
     }
+    if (!tasks_.empty()) {
+        workAvailable_.notify_one();  // a post may have counted on this worker
+    }
+}
+
+bool ThreadPool::State::isSurplus() const {
+    return !shuttingDown_ && maximum_ != 0 && workers_.size() > maximum_;
 }
 
 void ThreadPool::State::workerLoop() {
     currentPool_ = this;
-    std::unique_lock<std::mutex> lock(queueMutex_);
+    std::unique_lock<std::mutex> lock(poolMutex_);
     --starting_;
     for (;;) {
+        if (isSurplus()) {
+            retireCallingWorker();
+            return;
+        }
         if (!tasks_.empty()) {
             std::function<void()> task = std::move(tasks_.front());
             tasks_.pop_front();
@@ -147,10 +167,6 @@ void ThreadPool::State::workerLoop() {
             runGuarded(task);
             task = nullptr;  // release what the task captured before taking the lock
             lock.lock();
-            if (!shuttingDown_ && maximum_ != 0 && workers_.size() > maximum_) {
-                retireCallingWorker();
-                return;
-            }
             continue;
         }
         if (shuttingDown_) {
@@ -176,7 +192,7 @@ void ThreadPool::State::shutDown() {
     std::unordered_map<std::thread::id, std::thread> workers;
     std::vector<std::thread> retired;
     {
-        std::unique_lock<std::mutex> lock(queueMutex_);
+        std::unique_lock<std::mutex> lock(poolMutex_);
         if (shuttingDown_) {
             // A worker must not wait: the first caller may be joining it.
             if (!fromWorker) {
@@ -200,24 +216,24 @@ void ThreadPool::State::shutDown() {
         thread.join();
     }
     {
-        std::lock_guard<std::mutex> lock(queueMutex_);
+        std::lock_guard<std::mutex> lock(poolMutex_);
         shutDownComplete_ = true;
     }
     shutDownFinished_.notify_all();
 }
 
 bool ThreadPool::State::isShutDown() const {
-    std::lock_guard<std::mutex> lock(queueMutex_);
+    std::lock_guard<std::mutex> lock(poolMutex_);
     return shuttingDown_;
 }
 
 std::size_t ThreadPool::State::threadCount() const {
-    std::lock_guard<std::mutex> lock(queueMutex_);
+    std::lock_guard<std::mutex> lock(poolMutex_);
     return workers_.size();
 }
 
 std::size_t ThreadPool::State::idleThreadCount() const {
-    std::lock_guard<std::mutex> lock(queueMutex_);
+    std::lock_guard<std::mutex> lock(poolMutex_);
     return idle_;
 }
 

@@ -17,7 +17,8 @@ namespace foundation::concurrent::threadpool {
 // A task that throws is caught and logged on the logger "foundation::concurrent::threadpool"
 // (error 0x100); its worker goes on.
 //
-// All members are thread-safe. Derived classes may add state; the destructor shuts down.
+// All members are thread-safe. The destructor shuts down; a derived class whose tasks use
+// its own members must call shutDown() in its own destructor, before those members go.
 class ThreadPool {
 public:
     static constexpr unsigned kCoreThreads = 2;
@@ -30,8 +31,9 @@ public:
     ThreadPool& operator=(const ThreadPool&) = delete;
 
     // 0 means no maximum: the pool grows a thread whenever work is queued and no
-    // worker is idle. Lowering the maximum retires surplus workers as they finish
-    // their current task. Non-blocking.
+    // worker is idle. Raising it starts threads for queued work at once; lowering it
+    // retires idle surplus workers at once and busy ones when their task returns, so no
+    // new task starts beyond the maximum. Non-blocking.
     void setNewMaximumPoolSize(unsigned maximumPoolSize);
     unsigned maximumPoolSize() const;
 
