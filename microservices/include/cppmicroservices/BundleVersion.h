@@ -58,7 +58,10 @@ namespace cppmicroservices
         }
 
       private:
-        BundleVersion(bool undefined);
+        struct UndefinedTag
+        {
+        };
+        explicit BundleVersion(UndefinedTag);
 
         unsigned int majorVersion;
         unsigned int minorVersion;

@@ -1,0 +1,6 @@
+#include "cppmicroservices/IllegalStateException.h"
+
+namespace cppmicroservices
+{
+    IllegalStateException::~IllegalStateException() = default;
+} // namespace cppmicroservices
