@@ -280,18 +280,4 @@ TEST(ThreadPoolTest, LoweringTheMaximumRetiresIdleSurplusWorkersAndBoundsConcurr
     EXPECT_TRUE(eventually([&] { return pool.threadCount() == 1u; })) << pool.threadCount();
 }
 
-TEST(ThreadPoolTest, WorkerThreadsKnowTheirPool) {
-    ThreadPool pool;
-    ThreadPool other;
-    EXPECT_FALSE(pool.isWorkerThread());
-    std::atomic<int> answers{0};
-    Counter done;
-    pool.post([&] {
-        answers = (pool.isWorkerThread() ? 1 : 0) + (other.isWorkerThread() ? 10 : 0);
-        done.increment();
-    });
-    ASSERT_TRUE(done.waitFor(1));
-    EXPECT_EQ(answers.load(), 1);
-}
-
 }  // namespace

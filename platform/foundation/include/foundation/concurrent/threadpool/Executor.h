@@ -18,8 +18,10 @@ namespace foundation::concurrent::threadpool {
 // Runs work items in task groups, each with its own stop token, on a thread pool.
 //
 // The pool is either the executor's own (default constructor: an unbounded ThreadPool
-// that shutDown() shuts down) or one shared with others (the other constructor: the
-// executor never shuts it down, and the pool must outlive the executor's work).
+// that shutDown() shuts down) or one shared with others (the other constructor, which
+// throws std::invalid_argument("Executor needs a thread pool") for null; the executor
+// keeps the pool alive but never shuts it down). On a shared pool with a maximum, an
+// item that waits for other items needs a free thread for them.
 // Items wait in the executor's own queue: high-priority items before normal ones,
 // FIFO within each; each post hands one item to the pool.
 //
