@@ -3,7 +3,8 @@
 // Syntax: (&(a)(b)...), (|(a)(b)...), (!(a)); items (key=value), (key~=value), (key<=value),
 // (key>=value), presence (key=*), '*' wildcards inside an '=' value; '\' makes the next
 // character literal; balanced parentheses may appear inside values. Whitespace around
-// parentheses and operators is skipped and keys are trimmed.
+// parentheses and operators is skipped and keys are trimmed; whitespace at the end of a value
+// is part of the value ("(a=b )" wants "b ").
 //
 // Matching depends on the stored value's type: strings (std::string, char const*, char)
 // compare case-sensitively for '=' (with wildcards), ignoring case and whitespace for '~=',
