@@ -2,6 +2,7 @@
 #define CPPMICROSERVICES_BUNDLECONTEXT_H
 
 #include "cppmicroservices/AnyMap.h"
+#include "cppmicroservices/Bundle.h"
 #include "cppmicroservices/GlobalConfig.h"
 #include "cppmicroservices/ListenerFunctors.h"
 #include "cppmicroservices/ListenerToken.h"

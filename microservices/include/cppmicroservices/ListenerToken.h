@@ -23,6 +23,9 @@ namespace cppmicroservices
     {
       public:
         ListenerToken() noexcept : tokenId(0) {}
+        // Not defaulted, so that an unused `auto token = Add...Listener(...)`
+        // does not draw a set-but-unused warning.
+        ~ListenerToken() noexcept {}
 
         ListenerToken(ListenerToken const&) = delete;
         ListenerToken& operator=(ListenerToken const&) = delete;

@@ -257,7 +257,16 @@ namespace cppmicroservices
             throw std::logic_error("The framework is not running");
         }
         std::vector<std::shared_ptr<BundlePrivate>> installed;
-        auto bundles = pinned.core->bundles.Install(location, bundleManifest, installed);
+        std::vector<std::shared_ptr<BundlePrivate>> bundles;
+        try
+        {
+            bundles = pinned.core->bundles.Install(location, bundleManifest, installed);
+        }
+        catch (std::exception const& e)
+        {
+            pinned.core->log.Error(e.what());
+            throw;
+        }
         Bundle const origin = pinned.core->MakeBundle(pinned.bundle);
         for (auto const& bundle : installed)
         {

@@ -1,0 +1,268 @@
+// Bundle lifecycle with real bundle libraries: install, start, stop,
+// uninstall, and the ways a start can fail.
+
+#include "Greeter.h"
+#include "TestBundles.h"
+#include "support/FrameworkFixture.h"
+
+#include "framework/CoreBundleContext.h"
+#include "framework/PrivateAccess.h"
+
+#include "cppmicroservices/BundleEvent.h"
+#include "cppmicroservices/Constants.h"
+#include "cppmicroservices/SharedLibraryException.h"
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <filesystem>
+
+using namespace cppmicroservices;
+
+namespace
+{
+    using BundleLog = testbundles::EventLog<BundleEvent>;
+
+    bool
+    IsLoaded(std::string const& path)
+    {
+        void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+        if (handle != nullptr)
+        {
+            dlclose(handle);
+        }
+        return handle != nullptr;
+    }
+
+    class BundleTest : public testsupport::FrameworkFixture
+    {
+      protected:
+        std::size_t
+        ServiceListenerCount()
+        {
+            return detail::PrivateAccess::Core(*framework)->listeners.ServiceListenerCount();
+        }
+    };
+
+    TEST_F(BundleTest, AGreeterBundleRegistersItsServiceWhileActive)
+    {
+        auto log = std::make_shared<BundleLog>();
+        auto token = context.AddBundleListener([log](BundleEvent const& e) { (*log)(e); });
+
+        auto bundle = Install(testbundles::Path("TestGreeterBundle"));
+        EXPECT_EQ(Bundle::STATE_INSTALLED, bundle.GetState());
+        EXPECT_EQ("test_greeter", bundle.GetSymbolicName());
+        EXPECT_EQ(BundleVersion(1, 2, 3, "beta"), bundle.GetVersion());
+        EXPECT_FALSE(bundle.GetBundleContext());
+
+        bundle.Start();
+        EXPECT_EQ(Bundle::STATE_ACTIVE, bundle.GetState());
+        EXPECT_TRUE(bundle.GetBundleContext());
+        auto ref = context.GetServiceReference<test::Greeter>();
+        ASSERT_TRUE(ref);
+        EXPECT_EQ(bundle, ref.GetBundle());
+        EXPECT_EQ("en", any_cast<std::string>(ref.GetProperty("greeting.language")));
+        EXPECT_EQ(7, any_cast<int>(ref.GetProperty(Constants::SERVICE_RANKING)));
+        auto greeter = context.GetService(ref);
+        EXPECT_EQ("Hello, Ada", greeter->Greet("Ada"));
+        EXPECT_TRUE(greeter->SeesOwnContext()) << "the glue setter gave the library its context";
+        EXPECT_EQ(1u, bundle.GetRegisteredServices().size());
+
+        bundle.Stop();
+        EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
+        EXPECT_FALSE(ref);
+        EXPECT_FALSE(context.GetServiceReference<test::Greeter>());
+        EXPECT_FALSE(bundle.GetBundleContext());
+        EXPECT_FALSE(greeter->SeesOwnContext()) << "the library was told its bundle stopped";
+
+        EXPECT_EQ((std::vector<BundleEvent::Type>{ BundleEvent::BUNDLE_INSTALLED,
+                                                   BundleEvent::BUNDLE_RESOLVED,
+                                                   BundleEvent::BUNDLE_STARTING,
+                                                   BundleEvent::BUNDLE_STARTED,
+                                                   BundleEvent::BUNDLE_STOPPING,
+                                                   BundleEvent::BUNDLE_STOPPED }),
+                  log->Types());
+        EXPECT_EQ(framework->GetBundleId(), log->Events().front().GetOrigin().GetBundleId())
+            << "the installer is the origin of BUNDLE_INSTALLED";
+    }
+
+    TEST_F(BundleTest, ABundleCanBeStartedAgainWithAFreshContext)
+    {
+        auto bundle = Install(testbundles::Path("TestGreeterBundle"));
+        bundle.Start();
+        auto firstContext = bundle.GetBundleContext();
+        bundle.Stop();
+        EXPECT_FALSE(firstContext);
+        EXPECT_THROW(firstContext.GetBundles(), std::runtime_error);
+
+        bundle.Start();
+        EXPECT_TRUE(bundle.GetBundleContext());
+        EXPECT_FALSE(firstContext) << "an old context stays invalid";
+        EXPECT_TRUE(context.GetService(context.GetServiceReference<test::Greeter>())->SeesOwnContext());
+        bundle.Start(); // already active: nothing happens
+        EXPECT_EQ(1u, context.GetServiceReferences<test::Greeter>().size());
+    }
+
+    TEST_F(BundleTest, ABundleWithoutActivatorStartsWithoutLoadingItsLibrary)
+    {
+        // A private copy: other tests may have loaded the original.
+        std::filesystem::create_directories(storage);
+        auto const path = (storage / "libNoActivatorCopy.so").string();
+        std::filesystem::copy_file(testbundles::Path("TestNoActivatorBundle"), path);
+        auto bundle = Install(path);
+        EXPECT_FALSE(IsLoaded(path)) << "installing reads the manifest from the file";
+        bundle.Start();
+        EXPECT_EQ(Bundle::STATE_ACTIVE, bundle.GetState());
+        EXPECT_FALSE(IsLoaded(path));
+        bundle.Stop();
+    }
+
+    TEST_F(BundleTest, AThrowingActivatorLeavesTheBundleResolvedAndTakesBackWhatItRegistered)
+    {
+        auto log = std::make_shared<BundleLog>();
+        auto token = context.AddBundleListener([log](BundleEvent const& e) { (*log)(e); });
+        auto bundle = Install(testbundles::Path("TestThrowingActivatorBundle"));
+        auto const listenersBefore = ServiceListenerCount();
+
+        try
+        {
+            bundle.Start();
+            FAIL() << "Start must throw";
+        }
+        catch (std::runtime_error const& e)
+        {
+            EXPECT_EQ("Bundle test_throwing_activator (location=" + testbundles::Path("TestThrowingActivatorBundle")
+                          + ") start failed: activator refused to start",
+                      std::string(e.what()));
+        }
+        EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
+        EXPECT_TRUE(context.GetServiceReferences<test::Greeter>().empty());
+        EXPECT_EQ(listenersBefore, ServiceListenerCount()) << "its listener was removed";
+        EXPECT_EQ((std::vector<BundleEvent::Type>{ BundleEvent::BUNDLE_INSTALLED,
+                                                   BundleEvent::BUNDLE_RESOLVED,
+                                                   BundleEvent::BUNDLE_STARTING,
+                                                   BundleEvent::BUNDLE_STOPPING,
+                                                   BundleEvent::BUNDLE_STOPPED }),
+                  log->Types());
+
+        // The framework carries on.
+        auto greeter = Install(testbundles::Path("TestGreeterBundle"));
+        greeter.Start();
+        EXPECT_EQ(Bundle::STATE_ACTIVE, greeter.GetState());
+    }
+
+    TEST_F(BundleTest, MissingActivatorSymbolsFailTheStart)
+    {
+        auto bundle = Install(testbundles::Path("TestMissingActivatorBundle"));
+        try
+        {
+            bundle.Start();
+            FAIL() << "Start must throw";
+        }
+        catch (std::runtime_error const& e)
+        {
+            EXPECT_NE(std::string::npos,
+                      std::string(e.what()).find("start failed: the library has no "
+                                                 "_us_create_activator_test_missing_activator symbol"))
+                << e.what();
+        }
+        EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
+    }
+
+    TEST_F(BundleTest, AMissingLibraryFailsTheStartWithASharedLibraryException)
+    {
+        auto const location = (storage / "no-such-library.so").string();
+        AnyMap manifest(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS);
+        manifest.emplace(Constants::BUNDLE_ACTIVATOR, Any(true));
+        AnyMap manifests(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS);
+        manifests.emplace("test_ghost", Any(manifest));
+
+        auto bundles = context.InstallBundles(location, manifests);
+        ASSERT_EQ(1u, bundles.size());
+        EXPECT_EQ("test_ghost", bundles[0].GetSymbolicName());
+        try
+        {
+            bundles[0].Start();
+            FAIL() << "Start must throw";
+        }
+        catch (SharedLibraryException const& e)
+        {
+            EXPECT_EQ(bundles[0], e.GetBundle());
+            EXPECT_NE(std::string::npos, std::string(e.what()).find(location)) << e.what();
+        }
+        EXPECT_EQ(Bundle::STATE_RESOLVED, bundles[0].GetState());
+        EXPECT_TRUE(context);
+    }
+
+    TEST_F(BundleTest, AThrowingStopStillStopsTheBundle)
+    {
+        auto bundle = Install(testbundles::Path("TestStopThrowsBundle"));
+        bundle.Start();
+        try
+        {
+            bundle.Stop();
+            FAIL() << "Stop must throw";
+        }
+        catch (std::runtime_error const& e)
+        {
+            EXPECT_NE(std::string::npos, std::string(e.what()).find("stop failed: activator refused to stop"));
+        }
+        EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
+        EXPECT_FALSE(bundle.GetBundleContext());
+    }
+
+    TEST_F(BundleTest, UninstallRemovesTheBundleButKeepsItsHeadersReadable)
+    {
+        auto log = std::make_shared<BundleLog>();
+        auto token = context.AddBundleListener([log](BundleEvent const& e) { (*log)(e); });
+        auto bundle = Install(testbundles::Path("TestGreeterBundle"));
+        bundle.Start();
+        auto const id = bundle.GetBundleId();
+
+        bundle.Uninstall();
+        EXPECT_EQ(Bundle::STATE_UNINSTALLED, bundle.GetState());
+        EXPECT_FALSE(context.GetBundle(id));
+        EXPECT_EQ("test_greeter", any_cast<std::string>(bundle.GetHeaders().at("bundle.symbolic_name")));
+        EXPECT_THROW(bundle.GetRegisteredServices(), std::logic_error);
+        EXPECT_THROW(bundle.Start(), std::logic_error);
+        EXPECT_THROW(bundle.Uninstall(), std::logic_error);
+        EXPECT_EQ(BundleEvent::BUNDLE_UNINSTALLED, log->Types().back());
+        EXPECT_THROW(framework->Uninstall(), std::logic_error);
+    }
+
+    TEST_F(BundleTest, InstallingALocationTwiceReturnsTheSameBundle)
+    {
+        auto first = Install(testbundles::Path("TestGreeterBundle"));
+        auto second = Install(testbundles::Path("TestGreeterBundle"));
+        EXPECT_EQ(first, second);
+        EXPECT_EQ(2u, context.GetBundles().size());
+        EXPECT_EQ(1u, context.GetBundles(testbundles::Path("TestGreeterBundle")).size());
+        EXPECT_EQ(first, context.GetBundle(first.GetBundleId()));
+        EXPECT_FALSE(context.GetBundle(12345));
+    }
+
+    TEST_F(BundleTest, ABundleCannotStartOrStopItselfFromInsideItsOwnTransition)
+    {
+        auto bundle = Install(testbundles::Path("TestNoActivatorBundle"));
+        std::string error;
+        auto token = context.AddBundleListener(
+            [&](BundleEvent const& e)
+            {
+                if (e.GetType() == BundleEvent::BUNDLE_STARTING)
+                {
+                    try
+                    {
+                        e.GetBundle().Stop();
+                    }
+                    catch (std::logic_error const& x)
+                    {
+                        error = x.what();
+                    }
+                }
+            });
+        bundle.Start();
+        EXPECT_NE(std::string::npos, error.find("cannot be started or stopped from within its own start or stop"));
+        EXPECT_EQ(Bundle::STATE_ACTIVE, bundle.GetState());
+    }
+} // namespace

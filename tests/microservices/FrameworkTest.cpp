@@ -1,0 +1,178 @@
+// The framework's own life: init, start, asynchronous stop, restart, and the
+// order in which it stops bundles.
+
+#include "TestBundles.h"
+#include "support/FrameworkFixture.h"
+
+#include "cppmicroservices/BundleEvent.h"
+#include "cppmicroservices/Constants.h"
+#include "cppmicroservices/Framework.h"
+#include "cppmicroservices/FrameworkFactory.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+using namespace cppmicroservices;
+using namespace std::chrono_literals;
+
+namespace
+{
+    using BundleLog = testbundles::EventLog<BundleEvent>;
+
+    TEST(FrameworkLifecycleTest, InitGivesAContextBeforeStartAndStartMakesItActive)
+    {
+        auto framework = FrameworkFactory().NewFramework();
+        EXPECT_EQ(Bundle::STATE_INSTALLED, framework.GetState());
+        EXPECT_EQ(0, framework.GetBundleId());
+        EXPECT_EQ(Constants::SYSTEM_BUNDLE_SYMBOLICNAME, framework.GetSymbolicName());
+        EXPECT_EQ(Constants::SYSTEM_BUNDLE_LOCATION, framework.GetLocation());
+        EXPECT_FALSE(framework.GetBundleContext());
+
+        framework.Init();
+        EXPECT_EQ(Bundle::STATE_STARTING, framework.GetState());
+        auto context = framework.GetBundleContext();
+        ASSERT_TRUE(context);
+        auto events = std::make_shared<testbundles::EventLog<FrameworkEvent>>();
+        auto token = context.AddFrameworkListener([events](FrameworkEvent const& e) { (*events)(e); });
+        auto installed = context.InstallBundles(testbundles::Path("TestNoActivatorBundle"));
+        EXPECT_EQ(1u, installed.size()) << "bundles can be installed before Start";
+
+        framework.Start();
+        EXPECT_EQ(Bundle::STATE_ACTIVE, framework.GetState());
+        EXPECT_EQ(context, framework.GetBundleContext()) << "Start keeps the context Init made";
+        ASSERT_FALSE(events->Types().empty());
+        EXPECT_EQ(FrameworkEvent::FRAMEWORK_STARTED, events->Types().front());
+
+        framework.Stop();
+        EXPECT_EQ(FrameworkEvent::FRAMEWORK_STOPPED, framework.WaitForStop(0ms).GetType());
+        EXPECT_EQ(Bundle::STATE_RESOLVED, framework.GetState());
+    }
+
+    TEST(FrameworkLifecycleTest, WaitForStopOnAFrameworkThatNeverRanReturnsAtOnce)
+    {
+        auto framework = FrameworkFactory().NewFramework();
+        EXPECT_EQ(FrameworkEvent::FRAMEWORK_STOPPED, framework.WaitForStop(0ms).GetType());
+    }
+
+    TEST(FrameworkLifecycleTest, OnlyTheSystemBundleConvertsToAFramework)
+    {
+        auto framework = FrameworkFactory().NewFramework();
+        framework.Start();
+        auto bundle = framework.GetBundleContext().InstallBundles(testbundles::Path("TestNoActivatorBundle")).at(0);
+        EXPECT_THROW(Framework{ bundle }, std::logic_error);
+        EXPECT_THROW(Framework{ Bundle() }, std::logic_error);
+        Framework same(framework.GetBundleContext().GetBundle(0));
+        EXPECT_EQ(framework, same);
+        framework.Stop();
+        framework.WaitForStop(0ms);
+    }
+
+    TEST(FrameworkLifecycleTest, AFailingBundleStopIsReportedByWaitForStop)
+    {
+        auto framework = FrameworkFactory().NewFramework();
+        framework.Start();
+        auto bundle = framework.GetBundleContext().InstallBundles(testbundles::Path("TestStopThrowsBundle")).at(0);
+        bundle.Start();
+        framework.Stop();
+        auto const event = framework.WaitForStop(0ms);
+        EXPECT_EQ(FrameworkEvent::FRAMEWORK_ERROR, event.GetType()) << event;
+        EXPECT_EQ(bundle, event.GetBundle());
+        EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
+        EXPECT_EQ(Bundle::STATE_RESOLVED, framework.GetState());
+    }
+
+    class FrameworkTest : public testsupport::FrameworkFixture
+    {
+      protected:
+        FrameworkConfiguration
+        Configuration() override
+        {
+            auto config = FrameworkFixture::Configuration();
+            config.emplace("test.setting", std::string("on"));
+            config.emplace(Constants::FRAMEWORK_THREADING_SUPPORT, std::string("single"));
+            return config;
+        }
+    };
+
+    TEST_F(FrameworkTest, StopsBundlesInReverseStartOrder)
+    {
+        auto greeter = Install(testbundles::Path("TestGreeterBundle"));
+        auto plain = Install(testbundles::Path("TestNoActivatorBundle"));
+        plain.Start();
+        greeter.Start();
+
+        auto log = std::make_shared<BundleLog>();
+        auto token = context.AddBundleListener(
+            [log](BundleEvent const& e)
+            {
+                if (e.GetType() == BundleEvent::BUNDLE_STOPPING)
+                {
+                    (*log)(e);
+                }
+            });
+        StopFramework();
+        auto events = log->Events();
+        ASSERT_EQ(3u, events.size());
+        EXPECT_EQ(0, events[0].GetBundle().GetBundleId()) << "the system bundle announces its stop first";
+        EXPECT_EQ(greeter, events[1].GetBundle());
+        EXPECT_EQ(plain, events[2].GetBundle());
+    }
+
+    TEST_F(FrameworkTest, WaitForStopTimesOutWhileTheFrameworkRuns)
+    {
+        EXPECT_EQ(FrameworkEvent::FRAMEWORK_WAIT_TIMEDOUT, framework->WaitForStop(10ms).GetType());
+        EXPECT_EQ(Bundle::STATE_ACTIVE, framework->GetState());
+    }
+
+    TEST_F(FrameworkTest, AListenerCanStopTheFrameworkWithoutDeadlock)
+    {
+        auto bundle = Install(testbundles::Path("TestNoActivatorBundle"));
+        Framework fw = *framework;
+        auto token = context.AddBundleListener(
+            [fw](BundleEvent const& e) mutable
+            {
+                if (e.GetType() == BundleEvent::BUNDLE_STARTED)
+                {
+                    fw.Stop(); // returns at once; the stop runs on another thread
+                }
+            });
+        bundle.Start();
+        EXPECT_EQ(FrameworkEvent::FRAMEWORK_STOPPED, framework->WaitForStop(0ms).GetType());
+        EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
+    }
+
+    TEST_F(FrameworkTest, RestartsAfterAStopWithItsBundlesStillInstalled)
+    {
+        auto bundle = Install(testbundles::Path("TestGreeterBundle"));
+        bundle.Start();
+        StopFramework();
+
+        framework->Start();
+        context = framework->GetBundleContext();
+        ASSERT_TRUE(context);
+        EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
+        EXPECT_EQ(2u, context.GetBundles().size());
+        bundle.Start();
+        EXPECT_TRUE(context.GetServiceReference("test::Greeter"));
+    }
+
+    TEST_F(FrameworkTest, PropertiesHoldTheConfigurationAndTheFrameworksOwnFacts)
+    {
+        EXPECT_EQ("on", any_cast<std::string>(context.GetProperty("test.setting")));
+        EXPECT_EQ(storage.string(), any_cast<std::string>(context.GetProperty(Constants::FRAMEWORK_STORAGE)));
+        EXPECT_EQ(Constants::FRAMEWORK_THREADING_MULTI,
+                  any_cast<std::string>(context.GetProperty(Constants::FRAMEWORK_THREADING_SUPPORT)))
+            << "a read-only fact is not taken from the configuration";
+        EXPECT_TRUE(context.GetProperty("no.such.property").Empty());
+        EXPECT_EQ(1u, context.GetProperties().count("test.setting"));
+    }
+
+    TEST_F(FrameworkTest, DataFilesLiveInAFolderPerBundleUnderTheStorage)
+    {
+        auto const path = std::filesystem::path(context.GetDataFile("state.json"));
+        EXPECT_EQ(storage / "data" / "0" / "state.json", path);
+        EXPECT_TRUE(std::filesystem::is_directory(path.parent_path()));
+        EXPECT_FALSE(std::filesystem::exists(path));
+    }
+} // namespace

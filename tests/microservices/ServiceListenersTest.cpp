@@ -1,0 +1,201 @@
+// Service, bundle and framework listeners: which events arrive, in which
+// order, on which thread, and what happens when a listener misbehaves.
+
+#include "TestBundles.h"
+#include "support/FrameworkFixture.h"
+
+#include "cppmicroservices/Constants.h"
+#include "cppmicroservices/FrameworkEvent.h"
+#include "cppmicroservices/ServiceEvent.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <thread>
+
+using namespace cppmicroservices;
+
+namespace listenertest
+{
+    struct Echo
+    {
+        virtual ~Echo() = default;
+    };
+    struct EchoImpl : Echo
+    {
+    };
+} // namespace listenertest
+
+namespace
+{
+    using listenertest::Echo;
+    using listenertest::EchoImpl;
+    using ServiceLog = testbundles::EventLog<ServiceEvent>;
+    using FrameworkLog = testbundles::EventLog<FrameworkEvent>;
+
+    class ServiceListenersTest : public testsupport::FrameworkFixture
+    {
+      protected:
+        ServiceRegistration<Echo>
+        RegisterEcho(ServiceProperties props = {})
+        {
+            return context.RegisterService<Echo>(std::make_shared<EchoImpl>(), props);
+        }
+    };
+
+    TEST_F(ServiceListenersTest, AnUnfilteredListenerSeesTheWholeLifeInOrder)
+    {
+        auto log = std::make_shared<ServiceLog>();
+        auto token = context.AddServiceListener([log](ServiceEvent const& e) { (*log)(e); });
+
+        auto reg = RegisterEcho();
+        auto const ref = reg.GetReference<Echo>();
+        reg.SetProperties({ { "k", 1 } });
+        reg.Unregister();
+
+        EXPECT_EQ((std::vector<ServiceEvent::Type>{ ServiceEvent::SERVICE_REGISTERED,
+                                                    ServiceEvent::SERVICE_MODIFIED,
+                                                    ServiceEvent::SERVICE_UNREGISTERING }),
+                  log->Types());
+        for (auto const& e : log->Events())
+        {
+            EXPECT_EQ(ref, e.GetServiceReference<Echo>()) << e;
+        }
+    }
+
+    TEST_F(ServiceListenersTest, AFilteredListenerSeesModifiedWhenMatchingStartsAndEndMatchWhenItStops)
+    {
+        auto log = std::make_shared<ServiceLog>();
+        auto token = context.AddServiceListener([log](ServiceEvent const& e) { (*log)(e); }, "(state=on)");
+
+        auto reg = RegisterEcho({ { "state", std::string("off") } });
+        reg.SetProperties({ { "state", std::string("on") } });
+        reg.SetProperties({ { "state", std::string("on") }, { "extra", 1 } });
+        reg.SetProperties({ { "state", std::string("off") } });
+        reg.SetProperties({ { "state", std::string("still off") } });
+        reg.Unregister();
+
+        EXPECT_EQ((std::vector<ServiceEvent::Type>{ ServiceEvent::SERVICE_MODIFIED,
+                                                    ServiceEvent::SERVICE_MODIFIED,
+                                                    ServiceEvent::SERVICE_MODIFIED_ENDMATCH }),
+                  log->Types());
+    }
+
+    TEST_F(ServiceListenersTest, ObjectClassListenersSeeOnlyTheirClass)
+    {
+        auto echoes = std::make_shared<ServiceLog>();
+        auto others = std::make_shared<ServiceLog>();
+        auto t1 = context.AddServiceListener([echoes](ServiceEvent const& e) { (*echoes)(e); },
+                                             "(objectclass=listenertest::Echo)");
+        auto t2 = context.AddServiceListener([others](ServiceEvent const& e) { (*others)(e); },
+                                             "(objectclass=some.other.Class)");
+        auto reg = RegisterEcho();
+        reg.SetProperties({ { "x", 1 } });
+        reg.Unregister();
+        EXPECT_EQ(3u, echoes->Events().size());
+        EXPECT_TRUE(others->Events().empty());
+    }
+
+    TEST_F(ServiceListenersTest, TheServiceIsStillObtainableWhileUnregisteringIsDelivered)
+    {
+        auto reg = RegisterEcho();
+        auto ref = reg.GetReference<Echo>();
+        bool obtained = false;
+        bool referenceValid = false;
+        auto token = context.AddServiceListener(
+            [&](ServiceEvent const& e)
+            {
+                if (e.GetType() == ServiceEvent::SERVICE_UNREGISTERING)
+                {
+                    referenceValid = static_cast<bool>(e.GetServiceReference());
+                    obtained = context.GetService(e.GetServiceReference<Echo>()) != nullptr;
+                }
+            });
+        reg.Unregister();
+        EXPECT_TRUE(referenceValid);
+        EXPECT_TRUE(obtained);
+        EXPECT_FALSE(ref) << "unavailable once unregistration has finished";
+        EXPECT_EQ(nullptr, context.GetService(ref));
+    }
+
+    TEST_F(ServiceListenersTest, EventsAreDeliveredOnTheCallingThread)
+    {
+        std::thread::id seen;
+        auto token = context.AddServiceListener([&](ServiceEvent const&) { seen = std::this_thread::get_id(); });
+        std::thread worker([&] { RegisterEcho(); });
+        auto const workerId = worker.get_id();
+        worker.join();
+        EXPECT_EQ(workerId, seen);
+    }
+
+    TEST_F(ServiceListenersTest, AThrowingListenerBecomesAFrameworkErrorAndOthersStillRun)
+    {
+        auto errors = std::make_shared<FrameworkLog>();
+        auto t0 = context.AddFrameworkListener([errors](FrameworkEvent const& e) { (*errors)(e); });
+        auto t1 = context.AddServiceListener([](ServiceEvent const&) { throw std::runtime_error("listener broke"); });
+        int calls = 0;
+        auto t2 = context.AddServiceListener([&](ServiceEvent const&) { ++calls; });
+
+        auto reg = RegisterEcho();
+        EXPECT_TRUE(reg.GetReference()) << "the registration went through";
+        EXPECT_EQ(1, calls);
+
+        auto events = errors->Events();
+        ASSERT_EQ(1u, events.size());
+        EXPECT_EQ(FrameworkEvent::FRAMEWORK_ERROR, events[0].GetType());
+        EXPECT_EQ("Service listener in system_bundle threw an exception!", events[0].GetMessage());
+        EXPECT_EQ(0, events[0].GetBundle().GetBundleId());
+        try
+        {
+            std::rethrow_exception(events[0].GetThrowable());
+        }
+        catch (std::runtime_error const& e)
+        {
+            EXPECT_STREQ("listener broke", e.what());
+        }
+    }
+
+    TEST_F(ServiceListenersTest, ARemovedListenerIsNotCalledAgain)
+    {
+        int calls = 0;
+        auto token = context.AddServiceListener([&](ServiceEvent const&) { ++calls; });
+        RegisterEcho();
+        context.RemoveListener(std::move(token));
+        RegisterEcho();
+        EXPECT_EQ(1, calls);
+
+        context.RemoveListener(ListenerToken()); // an invalid token is ignored
+        RegisterEcho();
+        EXPECT_EQ(1, calls);
+    }
+
+    TEST_F(ServiceListenersTest, ListenersMayRegisterAndRemoveListenersFromInsideACallback)
+    {
+        ListenerToken self;
+        int calls = 0;
+        self = context.AddServiceListener(
+            [&](ServiceEvent const& e)
+            {
+                ++calls;
+                if (e.GetType() == ServiceEvent::SERVICE_REGISTERED && calls == 1)
+                {
+                    // Re-entering the registry and the listener list must not deadlock.
+                    auto nested = RegisterEcho({ { "nested", true } });
+                    context.RemoveListener(std::move(self));
+                }
+            });
+        RegisterEcho();
+        EXPECT_EQ(2, calls) << "the nested registration was delivered before the removal";
+        EXPECT_EQ(2u, context.GetServiceReferences<Echo>().size());
+    }
+
+    TEST_F(ServiceListenersTest, FrameworkListenersSeeTheFrameworkStop)
+    {
+        auto log = std::make_shared<FrameworkLog>();
+        auto token = context.AddFrameworkListener([log](FrameworkEvent const& e) { (*log)(e); });
+        StopFramework();
+        auto types = log->Types();
+        ASSERT_FALSE(types.empty());
+        EXPECT_EQ(FrameworkEvent::FRAMEWORK_STOPPED, types.back());
+    }
+} // namespace

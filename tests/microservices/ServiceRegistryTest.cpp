@@ -1,0 +1,517 @@
+// The service registry through BundleContext: ordering, filters, properties
+// and the life of references and registrations.
+
+#include "support/Barrier.h"
+#include "support/FrameworkFixture.h"
+
+#include "cppmicroservices/BundleContext.h"
+#include "cppmicroservices/Constants.h"
+#include "cppmicroservices/ServiceEvent.h"
+#include "cppmicroservices/ServiceFactory.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+#include <memory>
+#include <string>
+#include <vector>
+
+using namespace cppmicroservices;
+
+namespace regtest
+{
+    struct Foo
+    {
+        virtual ~Foo() = default;
+        virtual int Value() const = 0;
+    };
+    struct Bar
+    {
+        virtual ~Bar() = default;
+    };
+    struct FooImpl : Foo
+    {
+        explicit FooImpl(int v = 0) : v(v) {}
+        int
+        Value() const override
+        {
+            return v;
+        }
+        int v;
+    };
+    struct FooBar : Foo, Bar
+    {
+        int
+        Value() const override
+        {
+            return 99;
+        }
+    };
+    struct Unnamed
+    {
+        virtual ~Unnamed() = default;
+    };
+} // namespace regtest
+
+CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE(regtest::Bar, "org.example.Bar/1.0")
+
+namespace
+{
+    using regtest::Foo;
+    using regtest::FooImpl;
+
+    class ServiceRegistryTest : public testsupport::FrameworkFixture
+    {
+      protected:
+        ServiceRegistration<Foo>
+        RegisterFoo(int value, ServiceProperties props = {})
+        {
+            return context.RegisterService<Foo>(std::make_shared<FooImpl>(value), props);
+        }
+
+        std::vector<long>
+        Ids(std::vector<ServiceReferenceU> const& refs)
+        {
+            std::vector<long> ids;
+            for (auto const& r : refs)
+            {
+                ids.push_back(any_cast<long>(r.GetProperty(Constants::SERVICE_ID)));
+            }
+            return ids;
+        }
+
+        long
+        IdOf(ServiceRegistrationBase const& reg)
+        {
+            return any_cast<long>(reg.GetReference().GetProperty(Constants::SERVICE_ID));
+        }
+    };
+
+    TEST_F(ServiceRegistryTest, ReferencesComeBestFirstByRankingThenLowestId)
+    {
+        auto a = RegisterFoo(1);
+        auto b = RegisterFoo(2, { { Constants::SERVICE_RANKING, 10 } });
+        auto c = RegisterFoo(3, { { Constants::SERVICE_RANKING, 10 } });
+        auto d = RegisterFoo(4, { { Constants::SERVICE_RANKING, -5 } });
+
+        auto refs = context.GetServiceReferences<Foo>();
+        ASSERT_EQ(4u, refs.size());
+        std::vector<int> values;
+        for (auto const& r : refs)
+        {
+            values.push_back(context.GetService(r)->Value());
+        }
+        EXPECT_EQ((std::vector<int>{ 2, 3, 1, 4 }), values);
+        EXPECT_EQ(2, context.GetService(context.GetServiceReference<Foo>())->Value());
+
+        // Reference order agrees: the preferred service is the maximum.
+        auto sorted = refs;
+        std::sort(sorted.begin(), sorted.end());
+        EXPECT_EQ(refs.front(), sorted.back());
+        EXPECT_EQ(refs.back(), sorted.front());
+    }
+
+    TEST_F(ServiceRegistryTest, ServiceIdsIncreaseAndAreNeverReused)
+    {
+        auto a = RegisterFoo(1);
+        long const first = IdOf(a);
+        a.Unregister();
+        auto b = RegisterFoo(2);
+        EXPECT_GT(IdOf(b), first);
+        EXPECT_GE(first, 1);
+    }
+
+    TEST_F(ServiceRegistryTest, ChangingTheRankingReordersTheRegistry)
+    {
+        auto a = RegisterFoo(1);
+        auto b = RegisterFoo(2);
+        EXPECT_EQ(1, context.GetService(context.GetServiceReference<Foo>())->Value());
+        b.SetProperties({ { Constants::SERVICE_RANKING, 3 } });
+        EXPECT_EQ(2, context.GetService(context.GetServiceReference<Foo>())->Value());
+        b.SetProperties({});
+        EXPECT_EQ(1, context.GetService(context.GetServiceReference<Foo>())->Value());
+    }
+
+    TEST_F(ServiceRegistryTest, FiltersSelectByCaseInsensitiveKeysAndTypedValues)
+    {
+        auto en = RegisterFoo(1, { { "Lang", std::string("en") }, { "port", 8080 }, { "secure", true } });
+        auto de = RegisterFoo(2, { { "lang", std::string("de") }, { "port", 443 } });
+        auto none = RegisterFoo(3);
+
+        struct Case
+        {
+            std::string filter;
+            std::vector<int> values;
+        };
+        std::vector<Case> const cases = {
+            { "(lang=en)", { 1 } },
+            { "(LANG=*)", { 1, 2 } },
+            { "(!(lang=*))", { 3 } },
+            { "(port>=1000)", { 1 } },
+            { "(&(port<=9000)(secure=TRUE))", { 1 } },
+            { "(|(lang=de)(secure=true))", { 1, 2 } },
+            { "(lang=e*)", { 1 } },
+            { "(objectclass=regtest::Foo)", { 1, 2, 3 } },
+            { "(service.id=" + std::to_string(IdOf(de)) + ")", { 2 } },
+        };
+        for (auto const& c : cases)
+        {
+            std::vector<int> values;
+            for (auto const& r : context.GetServiceReferences<Foo>(c.filter))
+            {
+                values.push_back(context.GetService(r)->Value());
+            }
+            EXPECT_EQ(c.values, values) << c.filter;
+        }
+    }
+
+    TEST_F(ServiceRegistryTest, AMalformedFilterIsRejected)
+    {
+        EXPECT_THROW(context.GetServiceReferences("", "(lang=en"), std::invalid_argument);
+        EXPECT_THROW(context.GetServiceReferences<Foo>("nonsense"), std::invalid_argument);
+        EXPECT_THROW(context.AddServiceListener([](ServiceEvent const&) {}, "(&(a=1)"), std::invalid_argument);
+    }
+
+    TEST_F(ServiceRegistryTest, ClasslessQueriesComeInRegistrationOrderAndMatchTheIndexedForm)
+    {
+        auto low = RegisterFoo(1);
+        auto high = RegisterFoo(2, { { Constants::SERVICE_RANKING, 50 } });
+        auto other = context.RegisterService<regtest::Bar>(std::make_shared<regtest::FooBar>());
+
+        auto all = context.GetServiceReferences("");
+        EXPECT_EQ((std::vector<long>{ IdOf(low), IdOf(high), IdOf(other) }), Ids(all));
+
+        // "(objectclass=X)" is answered from the class index; it must give the
+        // same answer as the general filter path.
+        auto viaIndex = context.GetServiceReferences("", "(objectclass=regtest::Foo)");
+        auto viaFilter = context.GetServiceReferences("", "(&(objectclass=regtest::Foo)(service.id>=0))");
+        EXPECT_EQ((std::vector<long>{ IdOf(low), IdOf(high) }), Ids(viaIndex));
+        EXPECT_EQ(Ids(viaFilter), Ids(viaIndex));
+    }
+
+    TEST_F(ServiceRegistryTest, FrameworkPropertiesOverrideUserSuppliedOnes)
+    {
+        auto reg = RegisterFoo(1,
+                               { { "SERVICE.ID", 5L },
+                                 { "objectClass", std::vector<std::string>{ "fake" } },
+                                 { "service.scope", std::string("prototype") } });
+        auto ref = reg.GetReference();
+        EXPECT_EQ(IdOf(reg), any_cast<long>(ref.GetProperty("service.id")));
+        EXPECT_NE(5L, any_cast<long>(ref.GetProperty("Service.Id")));
+        EXPECT_EQ(std::vector<std::string>{ "regtest::Foo" },
+                  any_cast<std::vector<std::string>>(ref.GetProperty(Constants::OBJECTCLASS)));
+        EXPECT_EQ(Constants::SCOPE_SINGLETON, any_cast<std::string>(ref.GetProperty(Constants::SERVICE_SCOPE)));
+
+        reg.SetProperties({ { "service.id", 1L }, { "extra", 1 } });
+        EXPECT_EQ(IdOf(reg), any_cast<long>(ref.GetProperty("service.id")));
+        EXPECT_EQ(1, any_cast<int>(ref.GetProperty("EXTRA")));
+    }
+
+    TEST_F(ServiceRegistryTest, PropertyKeysDifferingOnlyInCaseAreRejected)
+    {
+        EXPECT_THROW(RegisterFoo(1, { { "port", 1 }, { "PORT", 2 } }), std::runtime_error);
+        EXPECT_TRUE(context.GetServiceReferences<Foo>().empty());
+
+        auto reg = RegisterFoo(1, { { "port", 1 } });
+        EXPECT_THROW(reg.SetProperties({ { "a", 1 }, { "A", 2 } }), std::runtime_error);
+        EXPECT_EQ(1, any_cast<int>(reg.GetReference().GetProperty("port"))) << "a rejected update changed nothing";
+    }
+
+    TEST_F(ServiceRegistryTest, RankingMustBeAnIntForSetPropertiesAndCountsAsZeroOtherwise)
+    {
+        auto longRanked = RegisterFoo(1, { { Constants::SERVICE_RANKING, 100L } });
+        auto plain = RegisterFoo(2, { { Constants::SERVICE_RANKING, 1 } });
+        EXPECT_EQ(2, context.GetService(context.GetServiceReference<Foo>())->Value());
+        EXPECT_THROW(plain.SetProperties({ { Constants::SERVICE_RANKING, std::string("9") } }), std::invalid_argument);
+    }
+
+    TEST_F(ServiceRegistryTest, ReferenceTurnsFalseAfterUnregistrationButKeepsItsProperties)
+    {
+        auto reg = RegisterFoo(1, { { "color", std::string("red") } });
+        auto ref = reg.GetReference();
+        ASSERT_TRUE(ref);
+        EXPECT_EQ(framework->GetBundleId(), ref.GetBundle().GetBundleId());
+
+        reg.Unregister();
+        EXPECT_FALSE(ref);
+        EXPECT_FALSE(ref.GetBundle());
+        EXPECT_TRUE(reg) << "a registration stays true after Unregister";
+        EXPECT_EQ("red", any_cast<std::string>(ref.GetProperty("color")));
+        EXPECT_EQ(nullptr, context.GetService(ServiceReference<Foo>(ref)));
+        EXPECT_TRUE(context.GetServiceReferences<Foo>().empty());
+    }
+
+    TEST_F(ServiceRegistryTest, UnregisteredRegistrationsRefuseFurtherUse)
+    {
+        auto reg = RegisterFoo(1);
+        reg.Unregister();
+        try
+        {
+            reg.Unregister();
+            FAIL() << "a second Unregister must throw";
+        }
+        catch (std::logic_error const& e)
+        {
+            EXPECT_STREQ("Service is unregistered", e.what());
+        }
+        EXPECT_THROW(reg.SetProperties({}), std::logic_error);
+        EXPECT_THROW(reg.GetReference(), std::logic_error);
+
+        ServiceRegistrationU invalid;
+        EXPECT_FALSE(invalid);
+        EXPECT_THROW(invalid.Unregister(), std::logic_error);
+    }
+
+    TEST_F(ServiceRegistryTest, ReferencesBindToTheRequestedInterface)
+    {
+        auto reg = context.RegisterService<Foo, regtest::Bar>(std::make_shared<regtest::FooBar>());
+        ServiceReference<Foo> foo = reg.GetReference<Foo>();
+        ServiceReference<regtest::Bar> bar = reg.GetReference<regtest::Bar>();
+        EXPECT_EQ("regtest::Foo", foo.GetInterfaceId());
+        EXPECT_EQ("org.example.Bar/1.0", bar.GetInterfaceId());
+        EXPECT_TRUE(foo.IsConvertibleTo("org.example.Bar/1.0"));
+        EXPECT_EQ(foo, bar) << "both name the same registration";
+
+        // Converting to an interface the service lacks gives an invalid reference.
+        ServiceReference<regtest::Unnamed> none(foo);
+        EXPECT_FALSE(none);
+
+        auto map = context.GetService(ServiceReferenceU(foo));
+        ASSERT_TRUE(map);
+        EXPECT_EQ(2u, map->size());
+        EXPECT_EQ(99, ExtractInterface<Foo>(map)->Value());
+    }
+
+    TEST_F(ServiceRegistryTest, LeadingScopeOperatorsAreStrippedFromInterfaceIds)
+    {
+        auto impl = std::make_shared<FooImpl>(5);
+        InterfaceMapPtr map = std::make_shared<InterfaceMap>();
+        (*map)["::regtest::Foo"] = impl;
+        auto reg = context.RegisterService(map);
+        auto ref = context.GetServiceReference("::regtest::Foo");
+        ASSERT_TRUE(ref);
+        EXPECT_EQ("regtest::Foo", ref.GetInterfaceId());
+        EXPECT_EQ(5, context.GetService(ServiceReference<Foo>(ref))->Value());
+    }
+
+    TEST_F(ServiceRegistryTest, InvalidRegistrationsAreRefused)
+    {
+        EXPECT_THROW(context.RegisterService(InterfaceMapConstPtr()), std::invalid_argument);
+        EXPECT_THROW(context.RegisterService(std::make_shared<InterfaceMap>()), std::invalid_argument);
+        InterfaceMapPtr emptyKey = std::make_shared<InterfaceMap>();
+        (*emptyKey)[""] = std::make_shared<FooImpl>();
+        EXPECT_THROW(context.RegisterService(emptyKey), std::invalid_argument);
+        EXPECT_THROW(context.RegisterService<Foo>(std::shared_ptr<ServiceFactory>()), ServiceException);
+        EXPECT_THROW(context.GetService(ServiceReferenceU()), std::invalid_argument);
+    }
+
+    TEST_F(ServiceRegistryTest, ServiceReferenceFromServiceFindsTheRegistration)
+    {
+        auto reg = RegisterFoo(7);
+        std::shared_ptr<Foo> service = context.GetService(reg.GetReference());
+        EXPECT_EQ(reg.GetReference(), ServiceReferenceFromService(service));
+        EXPECT_FALSE(ServiceReferenceFromService(std::make_shared<FooImpl>()));
+    }
+
+    TEST_F(ServiceRegistryTest, ABundleListsWhatItRegisteredAndWhatItUses)
+    {
+        auto reg = RegisterFoo(1);
+        EXPECT_EQ(1u, framework->GetRegisteredServices().size());
+        EXPECT_TRUE(framework->GetServicesInUse().empty());
+        {
+            auto service = context.GetService(reg.GetReference());
+            ASSERT_EQ(1u, framework->GetServicesInUse().size());
+            EXPECT_EQ(1u, reg.GetReference().GetUsingBundles().size());
+        }
+        EXPECT_TRUE(framework->GetServicesInUse().empty()) << "the use ends with the last pointer";
+        EXPECT_TRUE(reg.GetReference().GetUsingBundles().empty());
+    }
+
+    // --- many threads at once ------------------------------------------------
+
+    constexpr int kThreads = 8;
+    constexpr int kRounds = 150;
+
+    TEST_F(ServiceRegistryTest, ConcurrentRegisterGetListenAndUnregisterKeepEveryCountBalanced)
+    {
+        std::atomic<int> registered{ 0 };
+        std::atomic<int> unregistering{ 0 };
+        auto global = context.AddServiceListener(
+            [&](ServiceEvent const& e)
+            {
+                if (e.GetType() == ServiceEvent::SERVICE_REGISTERED)
+                {
+                    ++registered;
+                }
+                else if (e.GetType() == ServiceEvent::SERVICE_UNREGISTERING)
+                {
+                    ++unregistering;
+                }
+            },
+            "(objectclass=regtest::Foo)");
+
+        testsupport::Barrier start(kThreads);
+        std::vector<std::string> failures(kThreads);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t)
+        {
+            threads.emplace_back(
+                [&, t]
+                {
+                    start.ArriveAndWait();
+                    std::atomic<int> own{ 0 };
+                    auto token = context.AddServiceListener([&](ServiceEvent const&) { ++own; },
+                                                            "(owner=" + std::to_string(t) + ")");
+                    for (int i = 0; i < kRounds; ++i)
+                    {
+                        auto reg = RegisterFoo(t, { { "owner", t }, { Constants::SERVICE_RANKING, i % 3 } });
+                        auto mine = context.GetServiceReferences<Foo>("(owner=" + std::to_string(t) + ")");
+                        if (mine.size() != 1)
+                        {
+                            failures[t] = "saw " + std::to_string(mine.size()) + " of its own services";
+                        }
+                        auto service = context.GetService(reg.GetReference());
+                        if (!service || service->Value() != t)
+                        {
+                            failures[t] = "could not use its own service";
+                        }
+                        for (auto const& ref : context.GetServiceReferences<Foo>())
+                        {
+                            context.GetService(ref); // may be gone already: null is fine, a crash is not
+                        }
+                        reg.SetProperties({ { "owner", t }, { "round", i } });
+                        reg.Unregister();
+                    }
+                    context.RemoveListener(std::move(token));
+                    if (own.load() != 3 * kRounds)
+                    {
+                        failures[t] = "its listener saw " + std::to_string(own.load()) + " events";
+                    }
+                });
+        }
+        for (auto& thread : threads)
+        {
+            thread.join();
+        }
+        for (int t = 0; t < kThreads; ++t)
+        {
+            EXPECT_EQ("", failures[t]) << "thread " << t;
+        }
+        EXPECT_EQ(kThreads * kRounds, registered.load());
+        EXPECT_EQ(kThreads * kRounds, unregistering.load());
+        EXPECT_TRUE(context.GetServiceReferences<Foo>().empty());
+    }
+
+    TEST_F(ServiceRegistryTest, ConcurrentUnregisterOfOneServiceDeliversUnregisteringOnce)
+    {
+        for (int round = 0; round < 20; ++round)
+        {
+            auto reg = RegisterFoo(round);
+            std::atomic<int> events{ 0 };
+            auto token = context.AddServiceListener(
+                [&](ServiceEvent const& e)
+                {
+                    if (e.GetType() == ServiceEvent::SERVICE_UNREGISTERING)
+                    {
+                        ++events;
+                    }
+                });
+            testsupport::Barrier start(kThreads);
+            std::atomic<int> succeeded{ 0 };
+            std::atomic<int> refused{ 0 };
+            std::vector<std::thread> threads;
+            for (int t = 0; t < kThreads; ++t)
+            {
+                threads.emplace_back(
+                    [&]
+                    {
+                        start.ArriveAndWait();
+                        try
+                        {
+                            reg.Unregister();
+                            ++succeeded;
+                        }
+                        catch (std::logic_error const&)
+                        {
+                            ++refused;
+                        }
+                    });
+            }
+            for (auto& thread : threads)
+            {
+                thread.join();
+            }
+            EXPECT_EQ(1, events.load());
+            EXPECT_EQ(kThreads, succeeded.load() + refused.load());
+            EXPECT_GE(succeeded.load(), 1);
+            context.RemoveListener(std::move(token));
+        }
+    }
+
+    struct OnceFactory : ServiceFactory
+    {
+        InterfaceMapConstPtr
+        GetService(Bundle const&, ServiceRegistrationBase const&) override
+        {
+            ++made;
+            std::this_thread::yield(); // widen the window for a second creation
+            return MakeInterfaceMap<Foo>(std::make_shared<FooImpl>(made.load()));
+        }
+        void
+        UngetService(Bundle const&, ServiceRegistrationBase const&, InterfaceMapConstPtr const&) override
+        {
+            ++ungot;
+        }
+        std::atomic<int> made{ 0 };
+        std::atomic<int> ungot{ 0 };
+    };
+
+    TEST_F(ServiceRegistryTest, ConcurrentGetsOfABundleScopeServiceCreateItOnceAndUngetItOnce)
+    {
+        auto factory = std::make_shared<OnceFactory>();
+        auto reg = context.RegisterService<Foo>(ToFactory(factory));
+        auto ref = reg.GetReference();
+        testsupport::Barrier start(kThreads);
+        std::vector<std::shared_ptr<Foo>> got(kThreads);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t)
+        {
+            threads.emplace_back(
+                [&, t]
+                {
+                    start.ArriveAndWait();
+                    got[t] = context.GetService(ref);
+                });
+        }
+        for (auto& thread : threads)
+        {
+            thread.join();
+        }
+        EXPECT_EQ(1, factory->made.load());
+        for (auto const& g : got)
+        {
+            ASSERT_TRUE(g);
+            EXPECT_EQ(got[0].get(), g.get());
+        }
+
+        // Release from many threads at once: exactly one unget.
+        testsupport::Barrier release(kThreads);
+        threads.clear();
+        for (int t = 0; t < kThreads; ++t)
+        {
+            threads.emplace_back(
+                [&, t]
+                {
+                    release.ArriveAndWait();
+                    got[t].reset();
+                });
+        }
+        for (auto& thread : threads)
+        {
+            thread.join();
+        }
+        EXPECT_EQ(1, factory->ungot.load());
+    }
+} // namespace
