@@ -264,5 +264,6 @@ namespace
         bundle.Start();
         EXPECT_NE(std::string::npos, error.find("cannot be started or stopped from within its own start or stop"));
         EXPECT_EQ(Bundle::STATE_ACTIVE, bundle.GetState());
+        context.RemoveListener(std::move(token)); // it captures locals of this test
     }
 } // namespace

@@ -116,6 +116,7 @@ namespace
         EXPECT_TRUE(obtained);
         EXPECT_FALSE(ref) << "unavailable once unregistration has finished";
         EXPECT_EQ(nullptr, context.GetService(ref));
+        context.RemoveListener(std::move(token)); // it captures locals of this test
     }
 
     TEST_F(ServiceListenersTest, EventsAreDeliveredOnTheCallingThread)
@@ -126,6 +127,7 @@ namespace
         auto const workerId = worker.get_id();
         worker.join();
         EXPECT_EQ(workerId, seen);
+        context.RemoveListener(std::move(token)); // it captures locals of this test
     }
 
     TEST_F(ServiceListenersTest, AThrowingListenerBecomesAFrameworkErrorAndOthersStillRun)
@@ -153,6 +155,8 @@ namespace
         {
             EXPECT_STREQ("listener broke", e.what());
         }
+        context.RemoveListener(std::move(t1));
+        context.RemoveListener(std::move(t2)); // it captures locals of this test
     }
 
     TEST_F(ServiceListenersTest, ARemovedListenerIsNotCalledAgain)

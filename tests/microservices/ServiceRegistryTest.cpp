@@ -402,6 +402,7 @@ namespace
         EXPECT_EQ(kThreads * kRounds, registered.load());
         EXPECT_EQ(kThreads * kRounds, unregistering.load());
         EXPECT_TRUE(context.GetServiceReferences<Foo>().empty());
+        context.RemoveListener(std::move(global));
     }
 
     TEST_F(ServiceRegistryTest, ConcurrentUnregisterOfOneServiceDeliversUnregisteringOnce)

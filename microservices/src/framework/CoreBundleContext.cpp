@@ -132,8 +132,11 @@ namespace cppmicroservices
             }
             catch (std::exception const& e)
             {
-                text += ": ";
-                text += e.what();
+                if (message != e.what())
+                {
+                    text += ": ";
+                    text += e.what();
+                }
             }
             catch (...)
             {
