@@ -1,0 +1,270 @@
+#ifndef TESTS_MICROSERVICES_CM_CMTESTSUPPORT_H
+#define TESTS_MICROSERVICES_CM_CMTESTSUPPORT_H
+
+#include "support/Barrier.h"
+#include "support/FrameworkFixture.h"
+
+#include "cppmicroservices/Any.h"
+#include "cppmicroservices/AnyMap.h"
+#include "cppmicroservices/Bundle.h"
+#include "cppmicroservices/BundleContext.h"
+#include "cppmicroservices/ServiceRegistration.h"
+#include "cppmicroservices/cm/ConfigurationAdmin.hpp"
+#include "cppmicroservices/cm/ConfigurationListener.hpp"
+#include "cppmicroservices/cm/ManagedService.hpp"
+#include "cppmicroservices/cm/ManagedServiceFactory.hpp"
+
+#include "foundation/log/CaptureSink.h"
+#include "foundation/log/Sink.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace cmtest
+{
+    using cppmicroservices::AnyMap;
+    using namespace std::chrono_literals;
+
+    inline constexpr auto kDeadline = std::chrono::seconds(20);
+
+    // One call a recorder received.
+    struct Call
+    {
+        enum Kind
+        {
+            Updated,
+            Removed
+        };
+        Kind kind;
+        std::string pid; ///< for a ManagedService, the PID it was registered for
+        AnyMap properties;
+        std::thread::id thread;
+    };
+
+    // Keeps the calls of any thread and lets tests wait for them.
+    class CallLog
+    {
+      public:
+        void
+        Add(Call call)
+        {
+            std::lock_guard<std::mutex> lock(callsMutex);
+            calls.push_back(std::move(call));
+            added.notify_all();
+        }
+
+        std::vector<Call>
+        Calls() const
+        {
+            std::lock_guard<std::mutex> lock(callsMutex);
+            return calls;
+        }
+
+        // Waits until condition(calls) holds or the deadline passes.
+        bool
+        WaitFor(std::function<bool(std::vector<Call> const&)> const& condition) const
+        {
+            std::unique_lock<std::mutex> lock(callsMutex);
+            return added.wait_for(lock, kDeadline, [&] { return condition(calls); });
+        }
+
+        bool
+        WaitForCount(std::size_t n) const
+        {
+            return WaitFor([n](std::vector<Call> const& c) { return c.size() >= n; });
+        }
+
+      private:
+        mutable std::mutex callsMutex;
+        mutable std::condition_variable added;
+        std::vector<Call> calls; // guarded by callsMutex
+    };
+
+    // A factory recording its calls; hook, when set, runs inside each call
+    // (after recording) and may throw.
+    class RecordingFactory : public cppmicroservices::service::cm::ManagedServiceFactory
+    {
+      public:
+        void
+        Updated(std::string const& pid, AnyMap const& properties) override
+        {
+            log.Add({ Call::Updated, pid, properties, std::this_thread::get_id() });
+            if (hook)
+            {
+                hook();
+            }
+        }
+
+        void
+        Removed(std::string const& pid) override
+        {
+            log.Add({ Call::Removed, pid, AnyMap(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS),
+                      std::this_thread::get_id() });
+            if (hook)
+            {
+                hook();
+            }
+        }
+
+        CallLog log;
+        std::function<void()> hook; ///< set before registering
+    };
+
+    // A managed service recording its calls; an empty map is a removal.
+    class RecordingService : public cppmicroservices::service::cm::ManagedService
+    {
+      public:
+        explicit RecordingService(std::string pid = "") : pid(std::move(pid)) {}
+
+        void
+        Updated(AnyMap const& properties) override
+        {
+            log.Add({ properties.empty() ? Call::Removed : Call::Updated, pid, properties,
+                      std::this_thread::get_id() });
+            if (hook)
+            {
+                hook();
+            }
+        }
+
+        std::string const pid;
+        CallLog log;
+        std::function<void()> hook; ///< set before registering
+    };
+
+    // Holds the delivery thread inside a ManagedService callback until
+    // released, so that tests can queue work behind it.
+    class Gate : public cppmicroservices::service::cm::ManagedService
+    {
+      public:
+        void
+        Updated(AnyMap const&) override
+        {
+            std::unique_lock<std::mutex> lock(gateMutex);
+            entered = true;
+            changed.notify_all();
+            changed.wait_for(lock, kDeadline, [this] { return open; });
+        }
+
+        bool
+        WaitUntilEntered()
+        {
+            std::unique_lock<std::mutex> lock(gateMutex);
+            return changed.wait_for(lock, kDeadline, [this] { return entered; });
+        }
+
+        void
+        Open()
+        {
+            std::lock_guard<std::mutex> lock(gateMutex);
+            open = true;
+            changed.notify_all();
+        }
+
+      private:
+        std::mutex gateMutex;
+        std::condition_variable changed;
+        bool entered = false; // guarded by gateMutex
+        bool open = false;    // guarded by gateMutex
+    };
+
+    // The integer property "n" of properties, or -1.
+    inline int
+    N(AnyMap const& properties)
+    {
+        auto found = properties.find("n");
+        return found == properties.end() ? -1 : cppmicroservices::any_cast<int>(found->second);
+    }
+
+    inline bool
+    Ready(std::shared_future<void> const& future)
+    {
+        return future.wait_for(kDeadline) == std::future_status::ready;
+    }
+
+    // A real framework with the Configuration Admin bundle installed from
+    // its built file and started.
+    class ConfigurationAdminFixture : public testsupport::FrameworkFixture
+    {
+      protected:
+        void
+        SetUp() override
+        {
+            FrameworkFixture::SetUp();
+            cmBundle = Install(CM_BUNDLE_PATH);
+            ASSERT_TRUE(cmBundle);
+            cmBundle.Start();
+            auto reference = context.GetServiceReference<cppmicroservices::service::cm::ConfigurationAdmin>();
+            ASSERT_TRUE(reference) << "the bundle registered no ConfigurationAdmin";
+            admin = context.GetService(reference);
+            ASSERT_TRUE(admin);
+        }
+
+        void
+        TearDown() override
+        {
+            admin.reset();
+            FrameworkFixture::TearDown();
+        }
+
+        // Registers service under I with service.pid pid (a std::string, or
+        // a std::vector<std::string>).
+        template <class I, class Impl>
+        cppmicroservices::ServiceRegistration<I>
+        Register(std::shared_ptr<Impl> const& service, cppmicroservices::Any pid)
+        {
+            return context.RegisterService<I>(service, { { "service.pid", std::move(pid) } });
+        }
+
+        // As Register, from a thread of its own; returns that thread's id.
+        template <class I, class Impl>
+        std::thread::id
+        RegisterOnOtherThread(std::shared_ptr<Impl> const& service,
+                              std::string const& pid,
+                              cppmicroservices::ServiceRegistration<I>& registration)
+        {
+            std::thread::id id;
+            std::thread other(
+                [&]
+                {
+                    id = std::this_thread::get_id();
+                    registration = Register<I>(service, std::string(pid));
+                });
+            other.join();
+            return id;
+        }
+
+        cppmicroservices::Bundle cmBundle;
+        std::shared_ptr<cppmicroservices::service::cm::ConfigurationAdmin> admin;
+    };
+
+    // Captures the records of the logger "cppmicroservices::cm" while alive.
+    class CmLogCapture
+    {
+      public:
+        CmLogCapture() : sink(std::make_shared<foundation::log::capture_sink>("cppmicroservices::cm"))
+        {
+            foundation::log::addSink(sink);
+        }
+        ~CmLogCapture() { foundation::log::removeSink(sink); }
+
+        bool
+        WaitForText(std::string const& text) const
+        {
+            return sink->waitFor([&](foundation::log::record const& r) { return r.text.find(text) != std::string::npos; },
+                                 std::chrono::steady_clock::now() + kDeadline);
+        }
+
+        std::shared_ptr<foundation::log::capture_sink> const sink;
+    };
+} // namespace cmtest
+
+#endif // TESTS_MICROSERVICES_CM_CMTESTSUPPORT_H

@@ -1,0 +1,288 @@
+// The configuration folder: files written, rewritten, moved and deleted in
+// a folder named by the framework property become factory configurations.
+
+#include "CmTestSupport.h"
+
+#include "cppmicroservices/Constants.h"
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace cmtest;
+using cppmicroservices::Any;
+using cppmicroservices::AnyMap;
+using cppmicroservices::any_cast;
+using cppmicroservices::ServiceRegistration;
+using cppmicroservices::service::cm::ManagedServiceFactory;
+
+namespace fs = std::filesystem;
+
+namespace
+{
+    class ConfigurationDirectoryWatcherTest : public ConfigurationAdminFixture
+    {
+      protected:
+        cppmicroservices::FrameworkConfiguration
+        Configuration() override
+        {
+            std::random_device random;
+            directory = fs::temp_directory_path()
+                        / ("cm-watch-" + std::to_string(random()) + "-" + std::to_string(random()));
+            fs::create_directories(directory);
+            for (auto const& [name, text] : InitialFiles())
+            {
+                Write(name, text);
+            }
+            auto configuration = ConfigurationAdminFixture::Configuration();
+            configuration["org.cppmicroservices.cm.configuration.directory"] = directory.string();
+            return configuration;
+        }
+
+        virtual std::vector<std::pair<std::string, std::string>>
+        InitialFiles()
+        {
+            return {};
+        }
+
+        void
+        SetUp() override
+        {
+            ConfigurationAdminFixture::SetUp();
+            factory = std::make_shared<RecordingFactory>();
+            registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
+        }
+
+        void
+        TearDown() override
+        {
+            ConfigurationAdminFixture::TearDown();
+            std::error_code ignored;
+            fs::remove_all(directory, ignored);
+        }
+
+        // Writes in place: the watcher sees the file closed after writing.
+        void
+        Write(std::string const& name, std::string const& text)
+        {
+            std::ofstream(directory / name, std::ios::binary | std::ios::trunc) << text;
+        }
+
+        // Writes a temporary file and moves it into place.
+        void
+        WriteByRename(std::string const& name, std::string const& text)
+        {
+            Write(".incoming", text);
+            fs::rename(directory / ".incoming", directory / name);
+        }
+
+        // The last call of the factory for pid, once there are count calls for it.
+        bool
+        WaitForCalls(std::string const& pid, std::size_t count)
+        {
+            return factory->log.WaitFor(
+                [&](std::vector<Call> const& calls)
+                {
+                    return static_cast<std::size_t>(std::count_if(calls.begin(), calls.end(),
+                                                                  [&](Call const& c) { return c.pid == pid; }))
+                           >= count;
+                });
+        }
+
+        std::vector<Call>
+        CallsFor(std::string const& pid)
+        {
+            std::vector<Call> calls;
+            for (auto const& call : factory->log.Calls())
+            {
+                if (call.pid == pid)
+                {
+                    calls.push_back(call);
+                }
+            }
+            return calls;
+        }
+
+        fs::path directory;
+        std::shared_ptr<RecordingFactory> factory;
+        ServiceRegistration<ManagedServiceFactory> registration;
+    };
+
+    int
+    Count(AnyMap const& properties)
+    {
+        return any_cast<int>(properties.at("modificationCount"));
+    }
+
+    class ConfigurationDirectoryWatcherScanTest : public ConfigurationDirectoryWatcherTest
+    {
+      protected:
+        std::vector<std::pair<std::string, std::string>>
+        InitialFiles() override
+        {
+            return { { "fp~early.json", R"({"n": 1})" },
+                     { "fp~broken.json", R"({"n": )" },
+                     { "readme.txt", "not a configuration" },
+                     { "nofactory.json", R"({"n": 2})" } };
+        }
+    };
+} // namespace
+
+TEST_F(ConfigurationDirectoryWatcherScanTest, FilesPresentAtStartAreAppliedAndOthersIgnored)
+{
+    ASSERT_TRUE(WaitForCalls("fp~early", 1));
+    auto const calls = CallsFor("fp~early");
+    EXPECT_EQ(1, N(calls[0].properties));
+    EXPECT_EQ(1, Count(calls[0].properties));
+
+    auto listed = admin->ListConfigurations();
+    ASSERT_EQ(1u, listed.size()) << "only fp~early is a valid configuration file";
+    EXPECT_EQ("fp~early", listed[0]->GetPid());
+}
+
+TEST_F(ConfigurationDirectoryWatcherTest, WrittenChangedDeletedAndRecreatedFilesFollowTheConfiguration)
+{
+    Write("fp~a.json", R"({"n": 1})");
+    ASSERT_TRUE(WaitForCalls("fp~a", 1));
+    WriteByRename("fp~a.json", R"({"n": 2})");
+    ASSERT_TRUE(WaitForCalls("fp~a", 2));
+    fs::remove(directory / "fp~a.json");
+    ASSERT_TRUE(WaitForCalls("fp~a", 3));
+    Write("fp~a.json", R"({"n": 3})");
+    ASSERT_TRUE(WaitForCalls("fp~a", 4));
+
+    auto const calls = CallsFor("fp~a");
+    ASSERT_EQ(4u, calls.size());
+    EXPECT_EQ(Call::Updated, calls[0].kind);
+    EXPECT_EQ(1, Count(calls[0].properties));
+    EXPECT_EQ(Call::Updated, calls[1].kind);
+    EXPECT_EQ(2, N(calls[1].properties));
+    EXPECT_EQ(2, Count(calls[1].properties));
+    EXPECT_EQ(Call::Removed, calls[2].kind);
+    EXPECT_EQ(Call::Updated, calls[3].kind);
+    EXPECT_EQ(3, N(calls[3].properties));
+    EXPECT_EQ(3, Count(calls[3].properties)) << "the count keeps growing after a delete and re-create";
+    EXPECT_EQ("fp", admin->GetConfiguration("fp~a")->GetFactoryPid());
+}
+
+TEST_F(ConfigurationDirectoryWatcherTest, MovingAFileOutRemovesItsConfiguration)
+{
+    Write("fp~moved.json", R"({"n": 1})");
+    ASSERT_TRUE(WaitForCalls("fp~moved", 1));
+    fs::rename(directory / "fp~moved.json", directory / "fp~moved.json.bak");
+    ASSERT_TRUE(WaitForCalls("fp~moved", 2));
+    EXPECT_EQ(Call::Removed, CallsFor("fp~moved")[1].kind);
+    EXPECT_TRUE(admin->ListConfigurations("(pid=fp~moved)").empty());
+}
+
+TEST_F(ConfigurationDirectoryWatcherTest, ModificationCountFromTheFileIsKept)
+{
+    Write("fp~counted.json", R"({"modificationCount": 41})");
+    ASSERT_TRUE(WaitForCalls("fp~counted", 1));
+    EXPECT_EQ(41, Count(CallsFor("fp~counted")[0].properties));
+}
+
+TEST_F(ConfigurationDirectoryWatcherTest, JsonValuesBecomeTheDocumentedTypes)
+{
+    Write("fp~types.json", R"({
+        "int": 7, "big": 5000000000, "real": 2.5, "text": "x", "flag": true, "nothing": null,
+        "list": [1, "two", null], "Nested": {"Inner": {"deep": [false]}}
+    })");
+    ASSERT_TRUE(WaitForCalls("fp~types", 1));
+    AnyMap const properties = CallsFor("fp~types")[0].properties;
+    EXPECT_EQ(7, any_cast<int>(properties.at("int")));
+    EXPECT_EQ(5000000000LL, any_cast<long long>(properties.at("big")));
+    EXPECT_EQ(2.5, any_cast<double>(properties.at("real")));
+    EXPECT_EQ("x", any_cast<std::string>(properties.at("text")));
+    EXPECT_TRUE(any_cast<bool>(properties.at("flag")));
+    EXPECT_EQ(0u, properties.count("nothing"));
+    auto const list = any_cast<std::vector<Any>>(properties.at("list"));
+    ASSERT_EQ(3u, list.size());
+    EXPECT_EQ(1, any_cast<int>(list[0]));
+    EXPECT_EQ("two", any_cast<std::string>(list[1]));
+    EXPECT_TRUE(list[2].Empty());
+    EXPECT_FALSE(any_cast<bool>(properties.AtCompoundKey("nested.inner.DEEP.0")));
+    EXPECT_EQ(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS,
+              any_cast<AnyMap>(properties.at("nested")).GetType());
+}
+
+TEST_F(ConfigurationDirectoryWatcherTest, BrokenFileIsReportedWithItsPathAndTheLastGoodConfigurationStays)
+{
+    CmLogCapture capture;
+    Write("fp~b.json", R"({"n": 1})");
+    ASSERT_TRUE(WaitForCalls("fp~b", 1));
+
+    Write("fp~b.json", R"({"n": 2,,})");
+    std::string const path = (directory / "fp~b.json").string();
+    EXPECT_TRUE(capture.WaitForText("Configuration file " + path + " ignored: not valid JSON: parse error at line 1"));
+    Write("fp~b.json", R"([1, 2])");
+    EXPECT_TRUE(capture.WaitForText("Configuration file " + path
+                                    + " ignored: the top-level value is not a JSON object"));
+
+    // A later good file still counts on from the last update made.
+    Write("fp~b.json", R"({"n": 3})");
+    ASSERT_TRUE(WaitForCalls("fp~b", 2));
+    auto const calls = CallsFor("fp~b");
+    EXPECT_EQ(3, N(calls[1].properties));
+    EXPECT_EQ(2, Count(calls[1].properties));
+    EXPECT_EQ(3, N(admin->GetConfiguration("fp~b")->GetProperties()));
+}
+
+TEST_F(ConfigurationDirectoryWatcherTest, FifoOrOversizedFileIsRefusedWithoutBlockingTheWatcher)
+{
+    CmLogCapture capture;
+    ASSERT_EQ(0, ::mkfifo((directory / ".pipe").c_str(), 0600));
+    fs::rename(directory / ".pipe", directory / "fp~pipe.json");
+    EXPECT_TRUE(capture.WaitForText("Configuration file " + (directory / "fp~pipe.json").string()
+                                    + " ignored: cannot be read: not a regular file"));
+
+    std::string big = R"({"text": ")" + std::string(4 * 1024 * 1024, 'x') + R"("})";
+    Write("fp~big.json", big);
+    EXPECT_TRUE(capture.WaitForText("fp~big.json ignored: larger than 4194304 bytes"));
+
+    Write("fp~after.json", R"({"n": 1})");
+    EXPECT_TRUE(WaitForCalls("fp~after", 1)) << "the watcher no longer follows the folder";
+    EXPECT_TRUE(admin->ListConfigurations("(|(pid=fp~pipe)(pid=fp~big))").empty());
+}
+
+TEST_F(ConfigurationDirectoryWatcherTest, UnreadableFileIsReportedAndChangesNothing)
+{
+    if (::geteuid() == 0)
+    {
+        GTEST_SKIP() << "root reads files without read permission";
+    }
+    CmLogCapture capture;
+    Write(".hidden", R"({"n": 1})");
+    fs::permissions(directory / ".hidden", fs::perms::none);
+    fs::rename(directory / ".hidden", directory / "fp~locked.json");
+    EXPECT_TRUE(capture.WaitForText("ignored: cannot be read: Permission denied"));
+    EXPECT_TRUE(admin->ListConfigurations("(pid=fp~locked)").empty());
+}
+
+namespace
+{
+    class ConfigurationDirectoryWatcherMissingTest : public ConfigurationAdminFixture
+    {
+      protected:
+        cppmicroservices::FrameworkConfiguration
+        Configuration() override
+        {
+            auto configuration = ConfigurationAdminFixture::Configuration();
+            configuration["org.cppmicroservices.cm.configuration.directory"] = std::string("/nonexistent/cm-dir");
+            return configuration;
+        }
+    };
+} // namespace
+
+TEST_F(ConfigurationDirectoryWatcherMissingTest, MissingDirectoryIsLoggedAndTheBundleStillStarts)
+{
+    CmLogCapture capture;
+    cmBundle.Stop();
+    cmBundle.Start();
+    EXPECT_TRUE(capture.WaitForText("Cannot watch configuration directory /nonexistent/cm-dir: No such file or directory"));
+    EXPECT_EQ(cppmicroservices::Bundle::STATE_ACTIVE, cmBundle.GetState());
+    EXPECT_TRUE(context.GetServiceReference<cppmicroservices::service::cm::ConfigurationAdmin>());
+}

@@ -1,0 +1,130 @@
+// Configuration files: the JSON parser's results and exact error texts, and
+// which file names hold which configuration.
+
+#include "ConfigurationFileName.h"
+#include "ConfigurationFileParser.h"
+
+#include "cppmicroservices/Any.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+using cppmicroservices::Any;
+using cppmicroservices::AnyMap;
+using cppmicroservices::any_cast;
+using cppmicroservices::cmimpl::ConfigurationFileName;
+using cppmicroservices::cmimpl::ConfigurationFileParser;
+
+namespace
+{
+    std::string
+    Nested(int depth)
+    {
+        std::string text = "{\"a\":";
+        for (int i = 1; i < depth; ++i)
+        {
+            text += "[";
+        }
+        text += "0";
+        for (int i = 1; i < depth; ++i)
+        {
+            text += "]";
+        }
+        return text + "}";
+    }
+} // namespace
+
+TEST(ConfigurationFileParserTest, MalformedInputsAreRefusedWithExactTexts)
+{
+    struct Row
+    {
+        int line;
+        std::string input;
+        std::string error;
+    };
+    std::vector<Row> const rows = {
+        { __LINE__, "", "not valid JSON: parse error at line 1, column 1: syntax error while parsing value - "
+                        "unexpected end of input; expected '[', '{', or a literal" },
+        { __LINE__, "{\"a\": 1,}", "not valid JSON: parse error at line 1, column 9: syntax error while parsing "
+                                  "object key - unexpected '}'; expected string literal" },
+        { __LINE__, "{\"a\": 1} trailing", "not valid JSON: parse error at line 1, column 12: syntax error while "
+                                          "parsing value - invalid literal; last read: '1} tra'; expected end of input" },
+        { __LINE__, "{\"a\": \"\xff\"}", "not valid JSON: parse error at line 1, column 8: syntax error while "
+                                        "parsing value - invalid string: ill-formed UTF-8 byte; last read: '\"\xff'" },
+        { __LINE__, "{\"a\": 1e999}", "not valid JSON: number overflow parsing '1e999'" },
+        { __LINE__, "[]", "the top-level value is not a JSON object" },
+        { __LINE__, "\"text\"", "the top-level value is not a JSON object" },
+        { __LINE__, "null", "the top-level value is not a JSON object" },
+        { __LINE__, "{\"Port\": 1, \"port\": 2}", "keys that differ only in case: 'port'" },
+        { __LINE__, "{\"o\": {\"K\": 1, \"k\": 2}}", "keys that differ only in case: 'k'" },
+        { __LINE__, Nested(65), "nesting deeper than 64 levels" },
+        { __LINE__, std::string(100000, '['), "nesting deeper than 64 levels" },
+    };
+    for (auto const& row : rows)
+    {
+        try
+        {
+            ConfigurationFileParser::Parse(row.input);
+            ADD_FAILURE() << "line " << row.line << ": no error";
+        }
+        catch (std::runtime_error const& e)
+        {
+            EXPECT_EQ(row.error, e.what()) << "line " << row.line;
+        }
+    }
+}
+
+TEST(ConfigurationFileParserTest, NestingUpToTheLimitIsAccepted)
+{
+    AnyMap const properties = ConfigurationFileParser::Parse(Nested(64));
+    EXPECT_EQ(1u, properties.size());
+}
+
+TEST(ConfigurationFileParserTest, NumbersKeepTheirRangeAndMapsAreCaseInsensitiveAtEveryLevel)
+{
+    AnyMap const properties = ConfigurationFileParser::Parse(R"({
+        "min": -2147483648, "max": 2147483647, "below": -2147483649, "above": 2147483648,
+        "huge": 18446744073709551615, "real": 1.0, "Outer": {"Inner": [{"Key": "v"}]}
+    })");
+    EXPECT_EQ(INT_MIN, any_cast<int>(properties.at("min")));
+    EXPECT_EQ(INT_MAX, any_cast<int>(properties.at("max")));
+    EXPECT_EQ(-2147483649LL, any_cast<long long>(properties.at("below")));
+    EXPECT_EQ(2147483648LL, any_cast<long long>(properties.at("above")));
+    EXPECT_EQ(18446744073709551615ULL, any_cast<unsigned long long>(properties.at("huge")));
+    EXPECT_EQ(1.0, any_cast<double>(properties.at("real")));
+    EXPECT_EQ("v", any_cast<std::string>(properties.AtCompoundKey("OUTER.inner.0.key")));
+    EXPECT_EQ(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS, properties.GetType());
+}
+
+TEST(ConfigurationFileNameTest, OnlyFactoryPidTildeNameDotJsonHoldsAConfiguration)
+{
+    struct Row
+    {
+        std::string fileName;
+        std::string pid; ///< "" for none
+    };
+    std::vector<Row> const rows = {
+        { "fp~name.json", "fp~name" },
+        { "qz.spf.legacyservicepublisher~main.json", "qz.spf.legacyservicepublisher~main" },
+        { "fp~a~b.json", "fp~a~b" },
+        { "fp~name.JSON", "" },
+        { "fp~name.json.bak", "" },
+        { "fp~name.json~", "" },
+        { "fpname.json", "" },
+        { "~name.json", "" },
+        { "fp~.json", "" },
+        { ".fp~name.json", "" },
+        { ".json", "" },
+        { "fp~name", "" },
+        { "", "" },
+    };
+    for (auto const& row : rows)
+    {
+        auto const pid = ConfigurationFileName::ToPid(row.fileName);
+        EXPECT_EQ(row.pid, pid.value_or("")) << row.fileName;
+    }
+}

@@ -1,0 +1,403 @@
+// Delivery of configuration changes to listeners, managed services and
+// managed service factories: thread, order, de-duplication, futures and
+// misbehaving services.
+
+#include "CmTestSupport.h"
+
+#include "cppmicroservices/cm/ConfigurationException.hpp"
+
+#include <atomic>
+#include <map>
+#include <set>
+#include <stdexcept>
+
+using namespace cmtest;
+using cppmicroservices::Any;
+using cppmicroservices::AnyMap;
+using cppmicroservices::ServiceRegistration;
+using cppmicroservices::service::cm::ConfigurationEvent;
+using cppmicroservices::service::cm::ConfigurationEventType;
+using cppmicroservices::service::cm::ConfigurationException;
+using cppmicroservices::service::cm::ConfigurationListener;
+using cppmicroservices::service::cm::ManagedService;
+using cppmicroservices::service::cm::ManagedServiceFactory;
+
+namespace
+{
+    class NotificationDispatcherTest : public ConfigurationAdminFixture
+    {
+      protected:
+        // Blocks the delivery thread in a Gate until the returned gate opens.
+        std::shared_ptr<Gate>
+        BlockDelivery()
+        {
+            auto gate = std::make_shared<Gate>();
+            gateRegistration = Register<ManagedService>(gate, std::string("gate"));
+            admin->GetConfiguration("gate")->Update(AnyMap{ { "n", 1 } });
+            EXPECT_TRUE(gate->WaitUntilEntered());
+            return gate;
+        }
+
+        ServiceRegistration<ManagedService> gateRegistration;
+    };
+
+    // Every listener event as text, e.g. "updated fp~a (factory fp)".
+    class RecordingListener : public ConfigurationListener
+    {
+      public:
+        explicit RecordingListener(std::vector<std::string>& order, std::mutex& orderMutex)
+            : order(order)
+            , orderMutex(orderMutex)
+        {
+        }
+
+        void
+        configurationEvent(ConfigurationEvent const& event) override
+        {
+            std::lock_guard<std::mutex> lock(orderMutex);
+            order.push_back(std::string(event.getType() == ConfigurationEventType::CM_UPDATED ? "updated " : "deleted ")
+                            + event.getPid() + " (factory " + event.getFactoryPid() + ")");
+            references.push_back(event.getReference());
+        }
+
+        std::vector<cppmicroservices::ServiceReference<cppmicroservices::service::cm::ConfigurationAdmin>> references;
+
+      private:
+        std::vector<std::string>& order;
+        std::mutex& orderMutex;
+    };
+} // namespace
+
+TEST_F(NotificationDispatcherTest, FactorySeesConfigurationsFromBeforeAndAfterItRegisteredOnOneDeliveryThread)
+{
+    admin->GetFactoryConfiguration("fp", "before")->Update(AnyMap{ { "n", 1 } });
+    admin->GetFactoryConfiguration("fp", "never.updated");
+    admin->GetFactoryConfiguration("other", "x")->Update(AnyMap{ { "n", 9 } });
+
+    auto factory = std::make_shared<RecordingFactory>();
+    ServiceRegistration<ManagedServiceFactory> registration;
+    auto const registeringThread = RegisterOnOtherThread(factory, "fp", registration);
+    ASSERT_TRUE(factory->log.WaitForCount(1));
+
+    auto after = admin->GetFactoryConfiguration("fp", "after");
+    ASSERT_TRUE(Ready(after->Update(AnyMap{ { "n", 2 } })));
+    ASSERT_TRUE(Ready(after->Remove()));
+
+    auto const calls = factory->log.Calls();
+    ASSERT_EQ(3u, calls.size());
+    EXPECT_EQ(Call::Updated, calls[0].kind);
+    EXPECT_EQ("fp~before", calls[0].pid);
+    EXPECT_EQ(1, N(calls[0].properties));
+    EXPECT_EQ(Call::Updated, calls[1].kind);
+    EXPECT_EQ("fp~after", calls[1].pid);
+    EXPECT_EQ(2, N(calls[1].properties));
+    EXPECT_EQ(Call::Removed, calls[2].kind);
+    EXPECT_EQ("fp~after", calls[2].pid);
+    for (auto const& call : calls)
+    {
+        EXPECT_EQ(calls[0].thread, call.thread) << "all calls on one thread";
+        EXPECT_NE(std::this_thread::get_id(), call.thread) << "not on the thread that updated";
+        EXPECT_NE(registeringThread, call.thread) << "not on the thread of the framework's service events";
+    }
+}
+
+TEST_F(NotificationDispatcherTest, ManyUpdatesArriveInTheOrderTheyWereMade)
+{
+    auto service = std::make_shared<RecordingService>("ordered");
+    auto registration = Register<ManagedService>(service, std::string("ordered"));
+    auto configuration = admin->GetConfiguration("ordered");
+    std::shared_future<void> last;
+    for (int n = 1; n <= 300; ++n)
+    {
+        last = configuration->Update(AnyMap{ { "n", n } });
+    }
+    ASSERT_TRUE(Ready(last));
+    auto const calls = service->log.Calls();
+    ASSERT_EQ(300u, calls.size());
+    for (int n = 1; n <= 300; ++n)
+    {
+        EXPECT_EQ(n, N(calls[n - 1].properties));
+    }
+}
+
+TEST_F(NotificationDispatcherTest, UpdateFutureIsReadyOnlyAfterEveryServiceWasCalled)
+{
+    std::vector<std::shared_ptr<RecordingFactory>> factories;
+    std::vector<ServiceRegistration<ManagedServiceFactory>> registrations;
+    for (int i = 0; i < 5; ++i)
+    {
+        factories.push_back(std::make_shared<RecordingFactory>());
+        registrations.push_back(Register<ManagedServiceFactory>(factories.back(), std::string("fp")));
+    }
+    auto service = std::make_shared<RecordingService>("fp~a");
+    auto serviceRegistration = Register<ManagedService>(service, std::string("fp~a"));
+
+    ASSERT_TRUE(Ready(admin->GetFactoryConfiguration("fp", "a")->Update(AnyMap{ { "n", 7 } })));
+    for (auto const& factory : factories)
+    {
+        EXPECT_EQ(1u, factory->log.Calls().size()) << "the future was ready before a factory was called";
+    }
+    EXPECT_EQ(1u, service->log.Calls().size());
+}
+
+TEST_F(NotificationDispatcherTest, CreatingAConfigurationNotifiesNobody)
+{
+    auto factory = std::make_shared<RecordingFactory>();
+    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
+    std::vector<std::string> events;
+    std::mutex eventsMutex;
+    auto listener = std::make_shared<RecordingListener>(events, eventsMutex);
+    auto listenerRegistration = context.RegisterService<ConfigurationListener>(listener);
+
+    admin->CreateFactoryConfiguration("fp");
+    auto unused = admin->GetFactoryConfiguration("fp", "unused");
+    ASSERT_TRUE(Ready(unused->Remove())) << "removing a never-updated configuration";
+    ASSERT_TRUE(Ready(admin->GetConfiguration("marker")->Update(AnyMap{ { "n", 1 } })));
+
+    EXPECT_TRUE(factory->log.Calls().empty());
+    std::lock_guard<std::mutex> lock(eventsMutex);
+    EXPECT_EQ((std::vector<std::string>{ "updated marker (factory )" }), events);
+}
+
+TEST_F(NotificationDispatcherTest, ListenersHearEachChangeBeforeManagedServicesWithTheAdminReference)
+{
+    std::vector<std::string> order;
+    std::mutex orderMutex;
+    auto listener = std::make_shared<RecordingListener>(order, orderMutex);
+    auto listenerRegistration = context.RegisterService<ConfigurationListener>(listener);
+    auto factory = std::make_shared<RecordingFactory>();
+    factory->hook = [&]
+    {
+        std::lock_guard<std::mutex> lock(orderMutex);
+        order.push_back("factory");
+    };
+    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
+
+    auto configuration = admin->GetFactoryConfiguration("fp", "a");
+    configuration->Update(AnyMap{ { "n", 1 } });
+    admin->GetConfiguration("plain")->Update(AnyMap{ { "n", 1 } });
+    ASSERT_TRUE(Ready(configuration->Remove()));
+
+    std::lock_guard<std::mutex> lock(orderMutex);
+    EXPECT_EQ((std::vector<std::string>{ "updated fp~a (factory fp)", "factory", "updated plain (factory )",
+                                         "deleted fp~a (factory fp)", "factory" }),
+              order);
+    auto const adminReference = context.GetServiceReference<cppmicroservices::service::cm::ConfigurationAdmin>();
+    for (auto const& reference : listener->references)
+    {
+        EXPECT_EQ(adminReference, reference);
+    }
+}
+
+TEST_F(NotificationDispatcherTest, ManagedServiceIsMatchedByEachOfItsPidsAndToldOfRemovalWithAnEmptyMap)
+{
+    admin->GetConfiguration("one")->Update(AnyMap{ { "n", 1 } });
+    auto service = std::make_shared<RecordingService>();
+    auto registration
+        = Register<ManagedService>(service, std::vector<std::string>{ "one", "two", "absent" });
+    ASSERT_TRUE(service->log.WaitForCount(1));
+
+    auto two = admin->GetConfiguration("two");
+    two->Update(AnyMap{ { "n", 2 } });
+    admin->GetConfiguration("unrelated")->Update(AnyMap{ { "n", 3 } });
+    ASSERT_TRUE(Ready(two->Remove()));
+
+    auto const calls = service->log.Calls();
+    ASSERT_EQ(3u, calls.size());
+    EXPECT_EQ(1, N(calls[0].properties));
+    EXPECT_EQ(2, N(calls[1].properties));
+    EXPECT_EQ(Call::Removed, calls[2].kind);
+    EXPECT_TRUE(calls[2].properties.empty());
+}
+
+TEST_F(NotificationDispatcherTest, ServiceWithoutPidIsIgnoredButComponentNameCounts)
+{
+    CmLogCapture capture;
+    auto anonymous = std::make_shared<RecordingService>();
+    auto anonymousRegistration = context.RegisterService<ManagedService>(anonymous);
+    EXPECT_TRUE(capture.WaitForText("has neither a service.pid nor a component.name"));
+
+    auto component = std::make_shared<RecordingService>();
+    auto componentRegistration
+        = context.RegisterService<ManagedService>(component, { { "component.name", std::string("comp") } });
+    ASSERT_TRUE(Ready(admin->GetConfiguration("comp")->Update(AnyMap{ { "n", 4 } })));
+    ASSERT_EQ(1u, component->log.Calls().size());
+    EXPECT_EQ(4, N(component->log.Calls()[0].properties));
+    EXPECT_TRUE(anonymous->log.Calls().empty());
+}
+
+TEST_F(NotificationDispatcherTest, ChangingServicePidMovesTheServiceToTheNewConfiguration)
+{
+    admin->GetConfiguration("first")->Update(AnyMap{ { "n", 1 } });
+    admin->GetConfiguration("second")->Update(AnyMap{ { "n", 2 } });
+    auto service = std::make_shared<RecordingService>();
+    auto registration = Register<ManagedService>(service, std::string("first"));
+    ASSERT_TRUE(service->log.WaitForCount(1));
+
+    registration.SetProperties({ { "service.pid", std::string("second") } });
+    ASSERT_TRUE(service->log.WaitForCount(2));
+    ASSERT_TRUE(Ready(admin->GetConfiguration("first")->Update(AnyMap{ { "n", 10 } })));
+
+    auto const calls = service->log.Calls();
+    ASSERT_EQ(2u, calls.size());
+    EXPECT_EQ(1, N(calls[0].properties));
+    EXPECT_EQ(2, N(calls[1].properties));
+}
+
+TEST_F(NotificationDispatcherTest, UpdateQueuedBeforeRegistrationIsNotDeliveredTwice)
+{
+    auto gate = BlockDelivery();
+    auto configuration = admin->GetFactoryConfiguration("fp", "a");
+    auto queued = configuration->Update(AnyMap{ { "n", 1 } });
+    auto factory = std::make_shared<RecordingFactory>();
+    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
+    gate->Open();
+    ASSERT_TRUE(Ready(queued));
+    ASSERT_TRUE(Ready(admin->GetConfiguration("marker")->Update()));
+
+    auto const calls = factory->log.Calls();
+    ASSERT_EQ(1u, calls.size()) << "the queued change and the registration delivered the same count";
+    EXPECT_EQ(1, N(calls[0].properties));
+}
+
+TEST_F(NotificationDispatcherTest, StaleQueuedUpdatesNeverFollowANewerState)
+{
+    auto gate = BlockDelivery();
+    auto configuration = admin->GetFactoryConfiguration("fp", "a");
+    configuration->Update(AnyMap{ { "n", 1 } });
+    auto factory = std::make_shared<RecordingFactory>();
+    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
+    configuration->Update(AnyMap{ { "n", 2 } });
+    auto last = configuration->Update(AnyMap{ { "n", 3 } });
+    gate->Open();
+    ASSERT_TRUE(Ready(last));
+
+    auto const calls = factory->log.Calls();
+    ASSERT_FALSE(calls.empty());
+    for (std::size_t i = 1; i < calls.size(); ++i)
+    {
+        EXPECT_LT(N(calls[i - 1].properties), N(calls[i].properties)) << "call " << i;
+    }
+    EXPECT_EQ(3, N(calls.back().properties));
+}
+
+TEST_F(NotificationDispatcherTest, RemoveAndRecreateWhileDeliveryIsBlockedEndsWithTheNewConfiguration)
+{
+    auto gate = BlockDelivery();
+    auto old = admin->GetFactoryConfiguration("fp", "a");
+    old->Update(AnyMap{ { "n", 1 } });
+    auto factory = std::make_shared<RecordingFactory>();
+    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
+    old->Remove();
+    auto last = admin->GetFactoryConfiguration("fp", "a")->Update(AnyMap{ { "n", 2 } });
+    gate->Open();
+    ASSERT_TRUE(Ready(last));
+
+    auto const calls = factory->log.Calls();
+    ASSERT_FALSE(calls.empty());
+    EXPECT_EQ(Call::Updated, calls.back().kind);
+    EXPECT_EQ(2, N(calls.back().properties));
+}
+
+TEST_F(NotificationDispatcherTest, ThrowingServicesAreLoggedAndOthersStillGetTheChange)
+{
+    CmLogCapture capture;
+    auto rejecting = std::make_shared<RecordingFactory>();
+    rejecting->hook = [] { throw ConfigurationException("port out of range", "port"); };
+    auto failing = std::make_shared<RecordingService>("fp~a");
+    failing->hook = [] { throw std::runtime_error("boom"); };
+    auto strange = std::make_shared<RecordingFactory>();
+    strange->hook = [] { throw 42; };
+    auto healthy = std::make_shared<RecordingFactory>();
+    auto r1 = Register<ManagedServiceFactory>(rejecting, std::string("fp"));
+    auto r2 = Register<ManagedService>(failing, std::string("fp~a"));
+    auto r3 = Register<ManagedServiceFactory>(strange, std::string("fp"));
+    auto r4 = Register<ManagedServiceFactory>(healthy, std::string("fp"));
+
+    auto configuration = admin->GetFactoryConfiguration("fp", "a");
+    configuration->Update(AnyMap{ { "n", 1 } });
+    ASSERT_TRUE(Ready(configuration->Update(AnyMap{ { "n", 2 } })));
+
+    EXPECT_EQ(2u, healthy->log.Calls().size());
+    EXPECT_EQ(2u, rejecting->log.Calls().size());
+    EXPECT_EQ(2u, failing->log.Calls().size());
+    EXPECT_TRUE(capture.WaitForText("rejected the update of configuration fp~a: port out of range (property port)"));
+    EXPECT_TRUE(capture.WaitForText("threw during the update of configuration fp~a: boom"));
+    EXPECT_TRUE(capture.WaitForText("threw an unknown exception during the update of configuration fp~a"));
+}
+
+TEST_F(NotificationDispatcherTest, UnregisteredServiceIsNoLongerCalled)
+{
+    auto factory = std::make_shared<RecordingFactory>();
+    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
+    auto configuration = admin->GetFactoryConfiguration("fp", "a");
+    ASSERT_TRUE(Ready(configuration->Update(AnyMap{ { "n", 1 } })));
+    registration.Unregister();
+    ASSERT_TRUE(Ready(configuration->Update(AnyMap{ { "n", 2 } })));
+    ASSERT_TRUE(Ready(configuration->Remove()));
+    EXPECT_EQ(1u, factory->log.Calls().size());
+}
+
+TEST_F(NotificationDispatcherTest, ConcurrentUpdatesAndRegistrationsDeliverEachPidInOrderWithoutDuplicates)
+{
+    constexpr int kUpdaters = 8;
+    constexpr int kRegistrars = 8;
+    constexpr int kUpdates = 40;
+    testsupport::Barrier barrier(kUpdaters + kRegistrars);
+    std::vector<std::shared_ptr<RecordingFactory>> factories(kRegistrars);
+    std::vector<ServiceRegistration<ManagedServiceFactory>> registrations(kRegistrars);
+    std::vector<std::shared_future<void>> lastUpdates(kUpdaters);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kUpdaters; ++t)
+    {
+        threads.emplace_back(
+            [&, t]
+            {
+                auto configuration = admin->GetFactoryConfiguration("fp", "c" + std::to_string(t));
+                barrier.ArriveAndWait();
+                for (int n = 1; n <= kUpdates; ++n)
+                {
+                    lastUpdates[t] = configuration->Update(AnyMap{ { "n", n } });
+                }
+            });
+    }
+    for (int t = 0; t < kRegistrars; ++t)
+    {
+        threads.emplace_back(
+            [&, t]
+            {
+                factories[t] = std::make_shared<RecordingFactory>();
+                barrier.ArriveAndWait();
+                registrations[t] = Register<ManagedServiceFactory>(factories[t], std::string("fp"));
+            });
+    }
+    for (auto& thread : threads)
+    {
+        thread.join();
+    }
+    for (auto const& last : lastUpdates)
+    {
+        ASSERT_TRUE(Ready(last));
+    }
+    // Registrations queued their initial delivery after the last updates maybe.
+    ASSERT_TRUE(Ready(admin->GetConfiguration("marker")->Update()));
+
+    for (auto const& factory : factories)
+    {
+        std::map<std::string, std::vector<int>> seen;
+        for (auto const& call : factory->log.Calls())
+        {
+            ASSERT_EQ(Call::Updated, call.kind);
+            seen[call.pid].push_back(N(call.properties));
+        }
+        ASSERT_EQ(static_cast<std::size_t>(kUpdaters), seen.size());
+        for (auto const& [pid, values] : seen)
+        {
+            for (std::size_t i = 1; i < values.size(); ++i)
+            {
+                ASSERT_LT(values[i - 1], values[i]) << pid << ": out of order or delivered twice";
+            }
+            EXPECT_EQ(kUpdates, values.back()) << pid << ": the final state was not delivered";
+        }
+    }
+}
