@@ -12,7 +12,9 @@ namespace cppmicroservices
     /// The system bundle (id 0, symbolic name "system_bundle"): the framework
     /// itself. Start() runs Init() when needed and makes the framework ACTIVE;
     /// Stop() returns at once and stops every bundle in reverse start order
-    /// on a framework thread, so follow it with WaitForStop().
+    /// on a framework thread, so follow it with WaitForStop(). Stop a running
+    /// framework before its last handle goes: otherwise the activators of its
+    /// bundles never see Stop.
     class US_Framework_EXPORT Framework : public Bundle
     {
       public:
@@ -32,9 +34,10 @@ namespace cppmicroservices
 
         /// Blocks until the framework has stopped or timeout passes (zero
         /// waits forever). Returns FRAMEWORK_STOPPED, FRAMEWORK_ERROR (a bundle
-        /// failed to stop) or FRAMEWORK_WAIT_TIMEDOUT. Returns at once with
-        /// FRAMEWORK_STOPPED when the framework is not running. Must not be
-        /// called from a listener or an activator of this framework.
+        /// failed to stop) or FRAMEWORK_WAIT_TIMEDOUT. Returns at once, with
+        /// the outcome of the last stop (FRAMEWORK_STOPPED if there was none),
+        /// when the framework is not STARTING, ACTIVE or STOPPING. Must not be called from a listener or an activator of this
+        /// framework, which the stop may be waiting for.
         FrameworkEvent WaitForStop(std::chrono::milliseconds const& timeout);
     };
 } // namespace cppmicroservices

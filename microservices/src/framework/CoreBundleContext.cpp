@@ -103,7 +103,15 @@ namespace cppmicroservices
     {
     }
 
-    CoreBundleContext::~CoreBundleContext() = default;
+    CoreBundleContext::~CoreBundleContext()
+    {
+        if (IsRunning() && systemBundle->GetState() != Bundle::STATE_STOPPING)
+        {
+            // Activators cannot be stopped any more: their contexts need the
+            // framework that is going away.
+            log.Warning("A running framework was destroyed without Stop(); bundle activators were not stopped");
+        }
+    }
 
     Bundle
     CoreBundleContext::MakeBundle(std::shared_ptr<BundlePrivate> const& bundle)
