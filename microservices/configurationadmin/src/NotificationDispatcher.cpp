@@ -163,6 +163,12 @@ namespace cppmicroservices::cmimpl
     NotificationDispatcher::Stop()
     {
         thread.Stop();
+        // The reference keeps the registration, and with it the admin that
+        // owns this dispatcher, alive.
+        ServiceReference<service::cm::ConfigurationAdmin> released;
+        std::lock_guard<std::mutex> lock(targetsMutex);
+        released = adminReference;
+        adminReference = nullptr;
     }
 
     void

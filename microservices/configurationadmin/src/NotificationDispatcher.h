@@ -86,7 +86,8 @@ namespace cppmicroservices::cmimpl
         void Remove(std::shared_ptr<DeliveryTarget> const& target);
 
         // Drops queued deliveries and waits for the one under way, except
-        // when called from a callback. Idempotent; blocks.
+        // when called from a callback, and forgets the admin reference.
+        // Idempotent; blocks.
         void Stop();
 
       private:

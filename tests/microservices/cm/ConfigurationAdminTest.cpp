@@ -3,7 +3,6 @@
 
 #include "CmTestSupport.h"
 
-#include <algorithm>
 #include <regex>
 #include <set>
 #include <stdexcept>
@@ -178,35 +177,4 @@ TEST_F(ConfigurationAdminTest, ListingACaseSensitiveMapWithCaseVariantsDoesNotTh
     admin->GetConfiguration("variants")->Update(variants);
     EXPECT_EQ(1u, admin->ListConfigurations("(key=*)").size());
     EXPECT_EQ(2u, admin->GetConfiguration("variants")->GetProperties().size());
-}
-
-TEST_F(ConfigurationAdminTest, ConcurrentCreateFactoryConfigurationNeverHandsOutAPidTwice)
-{
-    constexpr int kThreads = 16;
-    constexpr int kEach = 50;
-    testsupport::Barrier barrier(kThreads);
-    std::vector<std::vector<std::string>> made(kThreads);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-    {
-        threads.emplace_back(
-            [&, t]
-            {
-                barrier.ArriveAndWait();
-                for (int i = 0; i < kEach; ++i)
-                {
-                    made[t].push_back(admin->CreateFactoryConfiguration("race")->GetPid());
-                }
-            });
-    }
-    for (auto& thread : threads)
-    {
-        thread.join();
-    }
-    std::set<std::string> all;
-    for (auto const& pids : made)
-    {
-        all.insert(pids.begin(), pids.end());
-    }
-    EXPECT_EQ(static_cast<std::size_t>(kThreads * kEach), all.size());
 }
