@@ -1,0 +1,172 @@
+// The life of components through a real framework: satisfaction by
+// references, registration, delayed creation, replacement on a lost static
+// reference, and deactivation on stop.
+
+#include "DSFixture.h"
+
+#include "cppmicroservices/Constants.h"
+#include "cppmicroservices/servicecomponent/ComponentConstants.hpp"
+
+#include <gmock/gmock.h>
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace dstest
+{
+    namespace
+    {
+        class ComponentManagerTest : public DSFixture
+        {
+        };
+
+        TEST_F(ComponentManagerTest, ImmediateComponentIsCreatedOnlyWhenTheLastMandatoryReferenceArrives)
+        {
+            StartBundle("DSTestLifecycleBundle");
+            auto a = Register<test::RefA>(1);
+            auto b = Register<test::RefB>(2);
+            EXPECT_THAT(Calls("Triple"), IsEmpty());
+            EXPECT_FALSE(context.GetServiceReference<test::IfaceA>());
+
+            auto c = Register<test::RefC>(3);
+            // Events are synchronous: the component is active when RegisterService returns.
+            EXPECT_THAT(Calls("Triple"), ElementsAre("construct#1(1,2,3)", "activate#1(triple)"));
+
+            auto referenceA = context.GetServiceReference<test::IfaceA>();
+            auto referenceB = context.GetServiceReference<test::IfaceB>();
+            ASSERT_TRUE(referenceA);
+            ASSERT_TRUE(referenceB);
+            EXPECT_EQ(referenceA.GetProperty(cppmicroservices::Constants::SERVICE_ID).ToString(),
+                      referenceB.GetProperty(cppmicroservices::Constants::SERVICE_ID).ToString())
+                << "both interfaces belong to one registration";
+            using cppmicroservices::service::component::ComponentConstants::COMPONENT_NAME;
+            EXPECT_EQ("ds_test::Triple", cppmicroservices::any_cast<std::string>(referenceA.GetProperty(COMPONENT_NAME)));
+            EXPECT_EQ("triple", referenceA.GetProperty("flavour").ToString());
+            EXPECT_EQ(3, cppmicroservices::any_cast<int>(referenceA.GetProperty("service.ranking")));
+            EXPECT_EQ("ds_test_lifecycle", referenceA.GetBundle().GetSymbolicName());
+
+            auto service = context.GetService(referenceA);
+            ASSERT_TRUE(service);
+            EXPECT_EQ(1, service->Instance()) << "the registered service is the activated instance";
+            EXPECT_EQ("triple", context.GetService(referenceB)->Flavour());
+        }
+
+        TEST_F(ComponentManagerTest, LostStaticReferenceDeactivatesAndItsReturnCreatesANewInstance)
+        {
+            StartBundle("DSTestLifecycleBundle");
+            auto a = Register<test::RefA>(1);
+            auto b = Register<test::RefB>(2);
+            auto c = Register<test::RefC>(3);
+
+            b.Unregister();
+            EXPECT_THAT(Calls("Triple"), ElementsAre("construct#1(1,2,3)", "activate#1(triple)", "deactivate#1"));
+            EXPECT_FALSE(context.GetServiceReference<test::IfaceA>()) << "an unsatisfied component is unregistered";
+
+            auto b2 = Register<test::RefB>(22);
+            EXPECT_THAT(Calls("Triple"),
+                        ElementsAre("construct#1(1,2,3)",
+                                    "activate#1(triple)",
+                                    "deactivate#1",
+                                    "construct#2(1,22,3)",
+                                    "activate#2(triple)"));
+            auto reference = context.GetServiceReference<test::IfaceA>();
+            ASSERT_TRUE(reference);
+            EXPECT_EQ(2, context.GetService(reference)->Instance());
+        }
+
+        TEST_F(ComponentManagerTest, LostStaticReferenceWithAnotherMatchMovesToANewInstanceAtOnce)
+        {
+            StartBundle("DSTestLifecycleBundle");
+            auto preferred = Register<test::RefA>(1, { { "service.ranking", 5 } });
+            auto spare = Register<test::RefA>(11);
+            auto b = Register<test::RefB>(2);
+            auto c = Register<test::RefC>(3);
+            auto extra = Register<test::RefA>(111, { { "service.ranking", 9 } });
+            EXPECT_THAT(Calls("Triple"), ElementsAre("construct#1(1,2,3)", "activate#1(triple)"))
+                << "a static reluctant reference ignores a better service";
+
+            preferred.Unregister();
+            EXPECT_THAT(Calls("Triple"),
+                        ElementsAre("construct#1(1,2,3)",
+                                    "activate#1(triple)",
+                                    "deactivate#1",
+                                    "construct#2(111,2,3)",
+                                    "activate#2(triple)"));
+        }
+
+        TEST_F(ComponentManagerTest, DelayedComponentIsCreatedOnFirstGetServiceOnly)
+        {
+            StartBundle("DSTestLifecycleBundle");
+            auto reference = context.GetServiceReference<test::LazyService>();
+            ASSERT_TRUE(reference) << "a delayed component registers its service at once";
+            EXPECT_THAT(Calls("Lazy"), IsEmpty());
+
+            auto first = context.GetService(reference);
+            ASSERT_TRUE(first);
+            EXPECT_THAT(Calls("Lazy"), ElementsAre("construct#1", "activate#1"));
+            EXPECT_EQ(1, first->Instance());
+
+            auto again = context.GetService(reference);
+            EXPECT_EQ(first, again);
+            EXPECT_THAT(Calls("Lazy"), ElementsAre("construct#1", "activate#1"));
+        }
+
+        TEST_F(ComponentManagerTest, StoppingTheBundleDeactivatesEveryActiveComponentOnce)
+        {
+            auto bundle = StartBundle("DSTestLifecycleBundle");
+            auto a = Register<test::RefA>(1);
+            auto b = Register<test::RefB>(2);
+            auto c = Register<test::RefC>(3);
+            context.GetService(context.GetServiceReference<test::LazyService>());
+
+            bundle.Stop();
+            EXPECT_THAT(Calls("Triple"), ElementsAre("construct#1(1,2,3)", "activate#1(triple)", "deactivate#1"));
+            EXPECT_THAT(Calls("Lazy"), ElementsAre("construct#2", "activate#2", "deactivate#2"));
+            EXPECT_FALSE(context.GetServiceReference<test::IfaceA>());
+            EXPECT_FALSE(context.GetServiceReference<test::LazyService>());
+
+            // Its services going away later changes nothing.
+            a.Unregister();
+            EXPECT_EQ(1u, LifecycleProbe::Get().Count("Triple", "deactivate"));
+
+            auto a2 = Register<test::RefA>(11);
+            bundle.Start();
+            EXPECT_THAT(Calls("Triple"),
+                        ElementsAre("construct#1(1,2,3)",
+                                    "activate#1(triple)",
+                                    "deactivate#1",
+                                    "construct#3(11,2,3)",
+                                    "activate#3(triple)"))
+                << "a restarted bundle gets its components back";
+        }
+
+        TEST_F(ComponentManagerTest, StoppingTheFrameworkDeactivatesEveryActiveComponentOnce)
+        {
+            StartBundle("DSTestLifecycleBundle");
+            auto a = Register<test::RefA>(1);
+            auto b = Register<test::RefB>(2);
+            auto c = Register<test::RefC>(3);
+            context.GetService(context.GetServiceReference<test::LazyService>());
+
+            StopFramework();
+            EXPECT_THAT(Calls("Triple"), ElementsAre("construct#1(1,2,3)", "activate#1(triple)", "deactivate#1"));
+            EXPECT_THAT(Calls("Lazy"), ElementsAre("construct#2", "activate#2", "deactivate#2"));
+        }
+
+        TEST_F(ComponentManagerTest, StoppingTheRuntimeDeactivatesAndStartingItAgainRestores)
+        {
+            StartBundle("DSTestLifecycleBundle");
+            auto a = Register<test::RefA>(1);
+            auto b = Register<test::RefB>(2);
+            auto c = Register<test::RefC>(3);
+
+            runtime.Stop();
+            EXPECT_THAT(Calls("Triple"), ElementsAre("construct#1(1,2,3)", "activate#1(triple)", "deactivate#1"));
+            EXPECT_FALSE(context.GetServiceReference<test::IfaceA>());
+
+            runtime.Start();
+            EXPECT_EQ(2u, LifecycleProbe::Get().Count("Triple", "activate"))
+                << "components of bundles active before the runtime starts are loaded";
+        }
+    } // namespace
+} // namespace dstest
