@@ -1,0 +1,136 @@
+#pragma once
+
+#include "agent/nanomsgtransport/Envelope.h"
+#include "agent/nanomsgtransport/Exchange.h"
+#include "nanomsgtransport/Frame.h"
+
+#include <boost/functional/hash.hpp>
+#include <boost/uuid/uuid.hpp>
+
+#include <nng/nng.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+namespace agent::nanomsgtransport {
+
+// The exchange's machinery behind Exchange (see Exchange.h and Envelope.h).
+class Exchange::Router {
+public:
+    Router();
+    ~Router();
+    Router(const Router&) = delete;
+    Router& operator=(const Router&) = delete;
+
+    std::string listen(const std::string& url);
+    void close();
+    ExchangeStatistics statistics() const;
+    void setProbeInterval(std::chrono::milliseconds interval);
+    void setBacklogLimit(std::size_t frames);
+
+private:
+    struct PendingKey {
+        boost::uuids::uuid requesterNode;
+        std::uint64_t correlationId;
+        friend bool operator==(const PendingKey& a, const PendingKey& b) noexcept {
+            return a.correlationId == b.correlationId && a.requesterNode == b.requesterNode;
+        }
+    };
+    struct PendingKeyHash {
+        std::size_t operator()(const PendingKey& k) const noexcept {
+            std::size_t seed = boost::hash<boost::uuids::uuid>()(k.requesterNode);
+            boost::hash_combine(seed, k.correlationId);
+            return seed;
+        }
+    };
+    using UuidHash = boost::hash<boost::uuids::uuid>;
+
+    // One connected container, keyed by its pipe.
+    struct Container {
+        std::uint32_t pipe = 0;
+        boost::uuids::uuid node{};
+        std::uint32_t inFlight = 0;        // frames sent to it and not yet credited
+        std::deque<nng_msg*> backlog;      // frames waiting for credit
+        // Requests routed to it and not yet answered → the address they were sent to.
+        std::unordered_map<PendingKey, boost::uuids::uuid, PendingKeyHash> pendingServed;
+        std::unordered_set<boost::uuids::uuid, UuidHash> addresses;
+    };
+
+    struct Listener {
+        std::string url;
+        nng_listener listener;
+        unsigned failedProbes = 0;
+    };
+
+    struct PipeEvent {
+        std::uint32_t pipe;
+        nng_pipe_ev event;
+    };
+
+    using Outbox = std::vector<nng_msg*>;
+
+    static void onReceive(void* self) noexcept;
+    static void onPipeEvent(nng_pipe pipe, nng_pipe_ev event, void* self) noexcept;
+
+    // Call with routingMutex_ held. Takes ownership of `frame`.
+    void route(nng_msg* frame, Outbox& out);
+    // Call with routingMutex_ held.
+    Container* containerFor(std::uint32_t pipe);
+    // Call with routingMutex_ held. Queues `frame` (already addressed) for `target`,
+    // respecting its credit. Returns false, keeping ownership with the caller, when the
+    // target's backlog is full.
+    bool deliver(Container& target, nng_msg* frame, Outbox& out);
+    // Call with routingMutex_ held. Sends a frame the exchange originates to `pipe`.
+    void answer(Container& target, FrameKind kind, std::uint64_t correlationId,
+                const boost::uuids::uuid& about, const boost::uuids::uuid& to,
+                const std::string& text, Outbox& out);
+    // Call with routingMutex_ held. Answers a requester (by node) with a failure.
+    void failRequester(const PendingKey& key, const boost::uuids::uuid& address, const std::string& text,
+                       Outbox& out);
+    // Call with routingMutex_ held.
+    void dropContainer(std::uint32_t pipe, Outbox& out);
+    // Call with no lock held.
+    void send(Outbox& out) noexcept;
+
+    void housekeeping();
+    void probeListeners();
+    bool probe(const std::string& url);
+
+    nng_socket socket_{};
+    nng_aio* receiveAio_ = nullptr;
+
+    mutable std::mutex routingMutex_;
+    std::unordered_map<std::uint32_t, Container> containers_;
+    std::unordered_map<boost::uuids::uuid, std::uint32_t, UuidHash> owners_;  // address → pipe
+    std::unordered_set<std::uint32_t> removedPipes_;
+    std::deque<std::uint32_t> removedOrder_;
+    ExchangeStatistics statistics_;
+    std::size_t backlogLimit_ = Envelope::kDefaultBacklogLimit;
+
+    std::mutex listenersMutex_;
+    std::vector<Listener> listeners_;
+    std::chrono::milliseconds probeInterval_{250};
+    // Only the housekeeping thread probes.
+    boost::uuids::uuid probeNode_{};
+    std::uint64_t probeCount_ = 0;
+
+    std::mutex eventsMutex_;
+    std::condition_variable eventsChanged_;
+    std::deque<PipeEvent> events_;
+    bool stopping_ = false;
+
+    std::mutex closeMutex_;
+    bool closed_ = false;
+    std::thread housekeeper_;
+};
+
+}  // namespace agent::nanomsgtransport

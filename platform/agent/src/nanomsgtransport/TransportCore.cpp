@@ -1,0 +1,580 @@
+#include "nanomsgtransport/TransportCore.h"
+
+#include "nanomsgtransport/Frame.h"
+#include "nanomsgtransport/Loggers.h"
+
+#include "foundation/log/Severity.h"
+
+#include <nng/protocol/reqrep0/req.h>
+
+#include <boost/uuid/uuid_io.hpp>
+
+#include <stdexcept>
+#include <vector>
+
+namespace agent::nanomsgtransport {
+
+namespace severity = foundation::log::severity;
+using core::transport::Address;
+using core::transport::Message;
+using core::transport::ReplyFuture;
+
+namespace {
+
+// The core whose handler the current thread runs, so an orderly disconnect from inside
+// a handler does not wait for itself.
+thread_local const TransportCore* servingCore = nullptr;
+
+std::exception_ptr failure(const std::string& reason) {
+    return std::make_exception_ptr(std::runtime_error(reason));
+}
+
+ReplyFuture failedFuture(const std::string& reason) {
+    std::promise<Message> promise;
+    promise.set_exception(failure(reason));
+    return ReplyFuture(promise.get_future());
+}
+
+nng_socket socketOf(std::uint32_t id) {
+    nng_socket socket;
+    socket.id = id;
+    return socket;
+}
+
+}  // namespace
+
+TransportCore::TransportCore(foundation::concurrent::threadpool::ThreadPool& pool, const boost::uuids::uuid& node,
+                             std::chrono::milliseconds requestTimeout, std::chrono::milliseconds connectTimeout)
+    : pool_(pool), node_(node), requestTimeout_(requestTimeout), connectTimeout_(connectTimeout) {}
+
+TransportCore::~TransportCore() {
+    disconnect(false);
+}
+
+bool TransportCore::isConnected() const noexcept {
+    return state_.load() == State::Connected && pipeUp_.load();
+}
+
+void TransportCore::connect(const std::string& endpoint) {
+    std::lock_guard<std::mutex> lifecycle(lifecycleMutex_);
+    if (state_.load() != State::Idle) {
+        throw std::logic_error("Transport is already connected");
+    }
+    const std::string failurePrefix = "Cannot connect to the exchange at " + endpoint;
+    nng_socket socket;
+    if (int rv = nng_req0_open_raw(&socket); rv != 0) {
+        throw std::runtime_error(nngFailure(failurePrefix, rv));
+    }
+    nng_socket_set_ms(socket, NNG_OPT_SENDTIMEO, static_cast<nng_duration>(connectTimeout_.count()));
+    nng_pipe_notify(socket, NNG_PIPE_EV_ADD_POST, &TransportCore::onPipeEvent, this);
+    nng_pipe_notify(socket, NNG_PIPE_EV_REM_POST, &TransportCore::onPipeEvent, this);
+    if (nng_aio_alloc(&receiveAio_, &TransportCore::onReceive, this) != 0 ||
+        nng_aio_alloc(&creditAio_, &TransportCore::onCreditSent, this) != 0) {
+        nng_close(socket);
+        nng_aio_free(receiveAio_);
+        receiveAio_ = nullptr;
+        throw std::runtime_error(failurePrefix + ": out of memory");
+    }
+    socketId_ = socket.id;
+    endpoint_ = endpoint;
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        stopping_ = false;
+        events_.clear();
+    }
+    housekeeper_ = std::thread([this] { housekeeping(); });
+    state_ = State::Connected;
+    acceptingRequests_ = true;
+
+    nng_dialer dialer;
+    int rv = nng_dialer_create(&dialer, socket, endpoint.c_str());
+    if (rv == 0) {
+        nng_dialer_set_ms(dialer, NNG_OPT_RECONNMINT, 50);
+        nng_dialer_set_ms(dialer, NNG_OPT_RECONNMAXT, 1000);
+        nng_dialer_set_size(dialer, NNG_OPT_RECVMAXSZ, Envelope::kMaxFrameSize);
+        // Synchronous, so an unreachable exchange is reported here; once connected the
+        // dialer redials by itself whenever the connection drops.
+        rv = nng_dialer_start(dialer, 0);
+    }
+    if (rv != 0) {
+        closeConnection();
+        throw std::runtime_error(nngFailure(failurePrefix, rv));
+    }
+    pipeUp_ = true;
+    nng_recv_aio(socket, receiveAio_);
+    try {
+        waitForControl(sendControl(FrameKind::Hello, {}), "it did not answer");
+        std::vector<boost::uuids::uuid> addresses;
+        {
+            std::shared_lock<std::shared_mutex> lock(handlersMutex_);
+            for (const auto& [address, entry] : handlers_) {
+                addresses.push_back(address.getUUID());
+            }
+        }
+        for (const auto& address : addresses) {
+            waitForControl(sendControl(FrameKind::Register, address), "it did not confirm an address");
+        }
+    } catch (const std::exception& e) {
+        closeConnection();
+        throw std::runtime_error(failurePrefix + ": " + e.what());
+    }
+}
+
+void TransportCore::waitForControl(ReplyFuture future, const std::string& what) {
+    if (future.wait_until(Clock::now() + connectTimeout_) != std::future_status::ready) {
+        throw std::runtime_error(what + " within " + std::to_string(connectTimeout_.count()) + " ms");
+    }
+    future.get();
+}
+
+void TransportCore::disconnect(bool orderly) {
+    std::lock_guard<std::mutex> lifecycle(lifecycleMutex_);
+    if (state_.load() != State::Connected) {
+        return;
+    }
+    state_ = State::Closing;
+    acceptingRequests_ = false;
+    failAll("The transport was disconnected");
+    if (orderly) {
+        const unsigned own = servingCore == this ? 1 : 0;
+        std::unique_lock<std::mutex> lock(activeMutex_);
+        activeChanged_.wait(lock, [&] { return activeHandlers_ <= own; });
+    }
+    closeConnection();
+}
+
+// Call with lifecycleMutex_ held.
+void TransportCore::closeConnection() {
+    state_ = State::Closing;
+    acceptingRequests_ = false;
+    // Our aios first: nng 1.5.2 may touch a freed socket when an aio still queued on it
+    // is stopped after nng_close, and once stopped an aio never starts again. nng_close
+    // does not wait for the peer, so a stopped exchange cannot hold us here.
+    for (nng_aio* aio : {receiveAio_, creditAio_}) {
+        if (aio != nullptr) {
+            nng_aio_stop(aio);
+        }
+    }
+    nng_close(socketOf(socketId_.load()));
+    pipeUp_ = false;
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        stopping_ = true;
+    }
+    housekeeperWake_.notify_all();
+    if (housekeeper_.joinable()) {
+        housekeeper_.join();
+    }
+    for (nng_aio** aio : {&receiveAio_, &creditAio_}) {
+        if (*aio != nullptr) {
+            nng_aio_free(*aio);
+            *aio = nullptr;
+        }
+    }
+    creditSending_ = false;
+    unreportedCredit_ = 0;
+    failAll("The transport was disconnected");
+    state_ = State::Idle;
+}
+
+void TransportCore::registerHandler(const Address& address, core::transport::RequestHandler handler,
+                                    const boost::uuids::uuid& serviceInstance) {
+    if (!address.isValid()) {
+        throw std::invalid_argument("Cannot register a handler at an invalid address");
+    }
+    if (!handler) {
+        throw std::invalid_argument("Cannot register an empty handler");
+    }
+    {
+        std::unique_lock<std::shared_mutex> lock(handlersMutex_);
+        handlers_[address] = HandlerEntry{
+            std::make_shared<const core::transport::RequestHandler>(std::move(handler)), serviceInstance};
+    }
+    if (state_.load() != State::Connected) {
+        return;  // connect() registers it
+    }
+    try {
+        waitForControl(sendControl(FrameKind::Register, address.getUUID()), "the exchange did not confirm the address");
+    } catch (const std::exception& e) {
+        {
+            std::unique_lock<std::shared_mutex> lock(handlersMutex_);
+            handlers_.erase(address);
+        }
+        throw std::runtime_error("Cannot register address " + address.toString() + ": " + e.what());
+    }
+}
+
+bool TransportCore::unregisterHandler(const Address& address) {
+    bool existed = false;
+    {
+        std::unique_lock<std::shared_mutex> lock(handlersMutex_);
+        existed = handlers_.erase(address) != 0;
+    }
+    if (existed && state_.load() == State::Connected) {
+        Envelope envelope;
+        envelope.kind = FrameKind::Unregister;
+        envelope.sourceAddress = address.getUUID();
+        sendFrame(envelope, nullptr, 0);
+    }
+    return existed;
+}
+
+void TransportCore::rejectRequestsFor(const boost::uuids::uuid& serviceInstance) {
+    std::unique_lock<std::shared_mutex> lock(handlersMutex_);
+    rejectedInstances_.insert(serviceInstance);
+}
+
+ReplyFuture TransportCore::sendRequest(const Address& destination, Message request,
+                                       std::chrono::milliseconds timeout) {
+    if (!destination.isValid()) {
+        return failedFuture("Cannot send a request to an invalid address");
+    }
+    if (!isConnected()) {
+        return failedFuture("Not connected to an exchange");
+    }
+    std::promise<Message> promise;
+    ReplyFuture future(promise.get_future());
+    std::uint64_t correlationId = 0;
+    try {
+        correlationId = addPending(destination, std::move(promise), Clock::now() + timeout);
+    } catch (const std::exception& e) {
+        return failedFuture(std::string("Cannot send the request: ") + e.what());
+    }
+    Envelope envelope;
+    envelope.kind = FrameKind::Request;
+    envelope.correlationId = correlationId;
+    envelope.sourceAddress = node_;
+    envelope.destinationAddress = destination.getUUID();
+    if (int rv = sendFrame(envelope, request.data(), request.size()); rv != 0) {
+        fail(correlationId, nngFailure("Cannot send the request", rv));
+    }
+    return future;
+}
+
+ReplyFuture TransportCore::sendControl(FrameKind kind, const boost::uuids::uuid& address) {
+    std::promise<Message> promise;
+    ReplyFuture future(promise.get_future());
+    const auto correlationId = addPending(Address(address), std::move(promise), Clock::now() + connectTimeout_);
+    Envelope envelope;
+    envelope.kind = kind;
+    envelope.correlationId = correlationId;
+    envelope.sourceAddress = address;
+    if (int rv = sendFrame(envelope, nullptr, 0); rv != 0) {
+        fail(correlationId, nngFailure("Cannot reach the exchange", rv));
+    }
+    return future;
+}
+
+std::uint64_t TransportCore::addPending(const Address& destination, std::promise<Message> promise,
+                                        Clock::time_point deadline) {
+    const auto correlationId = nextCorrelationId_.fetch_add(1);
+    bool wake = false;
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        auto at = deadlines_.emplace(deadline, correlationId);
+        pending_.emplace(correlationId, Pending{std::move(promise), at, destination});
+        // The timer sleeps until timerWakeAt_; only an earlier deadline needs to wake it.
+        if (deadline < timerWakeAt_) {
+            timerWakeAt_ = deadline;
+            wake = true;
+        }
+    }
+    if (wake) {
+        housekeeperWake_.notify_all();
+    }
+    return correlationId;
+}
+
+int TransportCore::sendFrame(Envelope envelope, const void* payload, std::size_t size) noexcept {
+    envelope.sourceNode = node_;
+    envelope.credit = unreportedCredit_.exchange(0);
+    NngMessagePtr frame;
+    try {
+        frame = makeFrame(envelope, payload, size);
+    } catch (const std::exception&) {
+        unreportedCredit_ += envelope.credit;
+        return NNG_ENOMEM;
+    }
+    const int rv = nng_sendmsg(socketOf(socketId_.load()), frame.get(), 0);
+    if (rv == 0) {
+        frame.release();
+    } else {
+        unreportedCredit_ += envelope.credit;
+    }
+    return rv;
+}
+
+void TransportCore::complete(std::uint64_t correlationId, Message reply) {
+    std::promise<Message> promise;
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        auto it = pending_.find(correlationId);
+        if (it == pending_.end()) {
+            return;  // timed out or failed already
+        }
+        promise = std::move(it->second.promise);
+        deadlines_.erase(it->second.deadline);
+        pending_.erase(it);
+    }
+    promise.set_value(std::move(reply));
+}
+
+void TransportCore::fail(std::uint64_t correlationId, const std::string& reason) {
+    std::promise<Message> promise;
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        auto it = pending_.find(correlationId);
+        if (it == pending_.end()) {
+            return;
+        }
+        promise = std::move(it->second.promise);
+        deadlines_.erase(it->second.deadline);
+        pending_.erase(it);
+    }
+    promise.set_exception(failure(reason));
+}
+
+void TransportCore::failAll(const std::string& reason) {
+    std::unordered_map<std::uint64_t, Pending> failed;
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        failed.swap(pending_);
+        deadlines_.clear();
+    }
+    for (auto& [id, pending] : failed) {
+        pending.promise.set_exception(failure(reason));
+    }
+}
+
+void TransportCore::onReceive(void* arg) noexcept {
+    auto* self = static_cast<TransportCore*>(arg);
+    const int rv = nng_aio_result(self->receiveAio_);
+    if (rv == NNG_ECLOSED || rv == NNG_ECANCELED) {
+        return;
+    }
+    if (rv != 0) {
+        FOUNDATION_LOG(transportLogger(), severity::error) << nngFailure("Receiving failed", rv);
+        nng_recv_aio(socketOf(self->socketId_.load()), self->receiveAio_);
+        return;
+    }
+    NngMessagePtr frame(nng_aio_get_msg(self->receiveAio_));
+    if (self->unreportedCredit_.fetch_add(1) + 1 >= Envelope::kCreditWindow / 2) {
+        self->maybeSendCredit();
+    }
+    try {
+        const auto* body = static_cast<const std::uint8_t*>(nng_msg_body(frame.get()));
+        const auto size = nng_msg_len(frame.get());
+        const Envelope envelope = decodeEnvelope(body, size);
+        Message payload(body + Envelope::kSize, size - Envelope::kSize);
+        frame.reset();
+        switch (envelope.kind) {
+            case FrameKind::Reply:
+            case FrameKind::Welcome:
+            case FrameKind::Registered:
+                self->complete(envelope.correlationId, std::move(payload));
+                break;
+            case FrameKind::Failure:
+                self->fail(envelope.correlationId, std::string(payload.asStringView()));
+                break;
+            case FrameKind::Request:
+                // Handlers never run on nng's threads: one hand-off to the pool.
+                self->pool_.post([core = self->shared_from_this(), envelope, request = std::move(payload)] {
+                    core->serve(envelope, request);
+                });
+                break;
+            default:
+                FOUNDATION_LOG(transportLogger(), severity::error)
+                    << "Dropped an unexpected " << frameKindName(envelope.kind) << " frame";
+                break;
+        }
+    } catch (const std::exception& e) {
+        FOUNDATION_LOG(transportLogger(), severity::error) << "Dropped an incoming frame: " << e.what();
+    }
+    nng_recv_aio(socketOf(self->socketId_.load()), self->receiveAio_);
+}
+
+void TransportCore::maybeSendCredit() noexcept {
+    if (creditSending_.exchange(true)) {
+        return;  // the completion sends what has accumulated since
+    }
+    const auto credit = unreportedCredit_.exchange(0);
+    if (credit == 0) {
+        creditSending_ = false;
+        return;
+    }
+    Envelope envelope;
+    envelope.kind = FrameKind::Credit;
+    envelope.sourceNode = node_;
+    envelope.credit = credit;
+    try {
+        auto frame = makeFrame(envelope, nullptr, 0);
+        creditInFlight_ = credit;
+        nng_aio_set_msg(creditAio_, frame.release());
+        nng_send_aio(socketOf(socketId_.load()), creditAio_);
+    } catch (const std::exception&) {
+        unreportedCredit_ += credit;
+        creditSending_ = false;
+    }
+}
+
+void TransportCore::onCreditSent(void* arg) noexcept {
+    auto* self = static_cast<TransportCore*>(arg);
+    const int rv = nng_aio_result(self->creditAio_);
+    if (rv != 0) {
+        nng_msg_free(nng_aio_get_msg(self->creditAio_));
+        if (rv == NNG_ECLOSED || rv == NNG_ECANCELED) {
+            return;  // creditSending_ stays set: nothing more goes out on this socket
+        }
+        self->unreportedCredit_ += self->creditInFlight_.load();
+    }
+    self->creditSending_ = false;
+    if (self->unreportedCredit_.load() >= Envelope::kCreditWindow / 2) {
+        self->maybeSendCredit();
+    }
+}
+
+void TransportCore::serve(const Envelope& request, const Message& payload) {
+    const Address address(request.destinationAddress);
+    Envelope answer;
+    answer.kind = FrameKind::Reply;
+    answer.correlationId = request.correlationId;
+    answer.sourceAddress = request.destinationAddress;
+    answer.destinationAddress = request.sourceNode;
+    Message reply;
+    std::string reason;
+    bool counted = false;
+    if (!acceptingRequests_.load()) {
+        reason = "The container is disconnecting";
+    } else {
+        std::shared_ptr<const core::transport::RequestHandler> handler;
+        {
+            std::shared_lock<std::shared_mutex> lock(handlersMutex_);
+            auto it = handlers_.find(address);
+            if (it == handlers_.end()) {
+                reason = "No handler is registered at address " + address.toString();
+            } else if (rejectedInstances_.count(it->second.serviceInstance) != 0 ||
+                       rejectedInstances_.count(address.getUUID()) != 0) {
+                reason = "Service instance " + boost::uuids::to_string(it->second.serviceInstance) +
+                         " no longer accepts requests";
+            } else {
+                handler = it->second.handler;
+            }
+        }
+        if (handler) {
+            {
+                std::lock_guard<std::mutex> lock(activeMutex_);
+                ++activeHandlers_;
+                counted = true;
+            }
+            const auto* outer = servingCore;
+            servingCore = this;
+            try {
+                reply = (*handler)(payload);
+            } catch (const std::exception& e) {
+                reason = e.what();
+                if (reason.empty()) {
+                    reason = "Request handler failed";
+                }
+            } catch (...) {
+                reason = "Request handler failed";
+            }
+            servingCore = outer;
+        }
+    }
+    if (!reason.empty()) {
+        answer.kind = FrameKind::Failure;
+        reply = Message(reason);
+    }
+    if (int rv = sendFrame(answer, reply.data(), reply.size()); rv != 0 && rv != NNG_ECLOSED) {
+        FOUNDATION_LOG(transportLogger(), severity::error)
+            << nngFailure("Cannot send the answer to a request for " + address.toString(), rv);
+    }
+    if (counted) {
+        std::lock_guard<std::mutex> lock(activeMutex_);
+        --activeHandlers_;
+        activeChanged_.notify_all();
+    }
+}
+
+void TransportCore::onPipeEvent(nng_pipe, nng_pipe_ev event, void* arg) noexcept {
+    // Runs on nng's threads: record the event, act on the housekeeping thread.
+    auto* self = static_cast<TransportCore*>(arg);
+    self->pipeUp_ = event == NNG_PIPE_EV_ADD_POST;
+    try {
+        std::lock_guard<std::mutex> lock(self->pendingMutex_);
+        self->events_.push_back(PipeEvent{event});
+    } catch (...) {
+        return;
+    }
+    self->housekeeperWake_.notify_all();
+}
+
+void TransportCore::housekeeping() {
+    std::unique_lock<std::mutex> lock(pendingMutex_);
+    while (!stopping_) {
+        // Sleeping no longer than the default timeout means a request with the default
+        // timeout never has to wake this thread: its deadline is after our wake-up.
+        auto wakeAt = Clock::now() + requestTimeout_;
+        if (!deadlines_.empty() && deadlines_.begin()->first < wakeAt) {
+            wakeAt = deadlines_.begin()->first;
+        }
+        timerWakeAt_ = wakeAt;
+        housekeeperWake_.wait_until(lock, wakeAt,
+                                    [&] { return stopping_ || !events_.empty() || timerWakeAt_ < wakeAt; });
+        if (stopping_) {
+            break;
+        }
+        std::vector<std::promise<Message>> expired;
+        const auto now = Clock::now();
+        while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
+            auto it = pending_.find(deadlines_.begin()->second);
+            deadlines_.erase(deadlines_.begin());
+            if (it != pending_.end()) {
+                expired.push_back(std::move(it->second.promise));
+                pending_.erase(it);
+            }
+        }
+        auto events = std::move(events_);
+        events_.clear();
+        lock.unlock();
+        for (auto& promise : expired) {
+            promise.set_exception(failure("Request timed out"));
+        }
+        for (const auto& event : events) {
+            if (event.event == NNG_PIPE_EV_REM_POST) {
+                FOUNDATION_LOG(transportLogger(), severity::warning)
+                    << "Lost the connection to the exchange at " << endpoint_ << "; reconnecting";
+                failAll("The connection to the exchange was lost");
+            } else if (event.event == NNG_PIPE_EV_ADD_POST) {
+                reannounce();
+            }
+        }
+        lock.lock();
+    }
+}
+
+void TransportCore::reannounce() {
+    // The exchange forgets a container whose connection drops: introduce ourselves again.
+    // Repeating this on the first connection is harmless; the exchange's answers find no
+    // pending request and are ignored.
+    Envelope hello;
+    hello.kind = FrameKind::Hello;
+    if (sendFrame(hello, nullptr, 0) != 0) {
+        return;
+    }
+    std::vector<boost::uuids::uuid> addresses;
+    {
+        std::shared_lock<std::shared_mutex> lock(handlersMutex_);
+        for (const auto& [address, entry] : handlers_) {
+            addresses.push_back(address.getUUID());
+        }
+    }
+    for (const auto& address : addresses) {
+        Envelope registration;
+        registration.kind = FrameKind::Register;
+        registration.sourceAddress = address;
+        sendFrame(registration, nullptr, 0);
+    }
+}
+
+}  // namespace agent::nanomsgtransport

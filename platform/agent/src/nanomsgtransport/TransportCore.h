@@ -1,0 +1,136 @@
+#pragma once
+
+#include "agent/core/transport/Address.h"
+#include "agent/core/transport/Message.h"
+#include "agent/core/transport/ReplyFuture.h"
+#include "agent/core/transport/RequestHandler.h"
+#include "agent/nanomsgtransport/Envelope.h"
+
+#include "foundation/concurrent/threadpool/ThreadPool.h"
+
+#include <boost/functional/hash.hpp>
+#include <boost/uuid/uuid.hpp>
+
+#include <nng/nng.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace agent::nanomsgtransport {
+
+// A container's side of an exchange connection: one raw REQ socket, one receive aio
+// whose callback completes replies in place and hands requests to the container's
+// pool, and one housekeeping thread for connection events and the single request timer.
+// Pool tasks hold a shared_ptr to it, so it outlives the transport object if they run
+// late; after disconnect they find the socket closed and drop their replies.
+class TransportCore : public std::enable_shared_from_this<TransportCore> {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    TransportCore(foundation::concurrent::threadpool::ThreadPool& pool, const boost::uuids::uuid& node,
+                  std::chrono::milliseconds requestTimeout, std::chrono::milliseconds connectTimeout);
+    ~TransportCore();
+
+    void connect(const std::string& endpoint);
+    void disconnect(bool orderly);
+    bool isConnected() const noexcept;
+
+    void registerHandler(const core::transport::Address& address, core::transport::RequestHandler handler,
+                         const boost::uuids::uuid& serviceInstance);
+    bool unregisterHandler(const core::transport::Address& address);
+    void rejectRequestsFor(const boost::uuids::uuid& serviceInstance);
+    core::transport::ReplyFuture sendRequest(const core::transport::Address& destination,
+                                             core::transport::Message request,
+                                             std::chrono::milliseconds timeout);
+
+private:
+    enum class State { Idle, Connected, Closing };
+
+    struct Pending {
+        std::promise<core::transport::Message> promise;
+        std::multimap<Clock::time_point, std::uint64_t>::iterator deadline;
+        core::transport::Address destination;
+    };
+    struct HandlerEntry {
+        std::shared_ptr<const core::transport::RequestHandler> handler;
+        boost::uuids::uuid serviceInstance;
+    };
+    struct PipeEvent {
+        nng_pipe_ev event;
+    };
+
+    static void onReceive(void* self) noexcept;
+    static void onCreditSent(void* self) noexcept;
+    static void onPipeEvent(nng_pipe pipe, nng_pipe_ev event, void* self) noexcept;
+
+    // Sends one frame, reporting our credit. Blocks on back-pressure up to the connect
+    // timeout. Returns 0 or nng's error.
+    int sendFrame(Envelope envelope, const void* payload, std::size_t size) noexcept;
+    // A request to the exchange itself (Hello, Register): its answer completes the future.
+    core::transport::ReplyFuture sendControl(FrameKind kind, const boost::uuids::uuid& address);
+    void waitForControl(core::transport::ReplyFuture future, const std::string& what);
+    std::uint64_t addPending(const core::transport::Address& destination,
+                             std::promise<core::transport::Message> promise, Clock::time_point deadline);
+    // Completes and forgets one pending request, if still pending.
+    void complete(std::uint64_t correlationId, core::transport::Message reply);
+    void fail(std::uint64_t correlationId, const std::string& reason);
+    void failAll(const std::string& reason);
+    void maybeSendCredit() noexcept;
+    // Runs on the pool: finds the handler and answers.
+    void serve(const Envelope& envelope, const core::transport::Message& request);
+    void housekeeping();
+    void reannounce();
+    // Call with lifecycleMutex_ held.
+    void closeConnection();
+
+    foundation::concurrent::threadpool::ThreadPool& pool_;
+    const boost::uuids::uuid node_;
+    const std::chrono::milliseconds requestTimeout_;
+    const std::chrono::milliseconds connectTimeout_;
+
+    // Serialises connect and disconnect; no callback of ours takes it.
+    std::mutex lifecycleMutex_;
+    std::string endpoint_;
+    nng_aio* receiveAio_ = nullptr;
+    nng_aio* creditAio_ = nullptr;
+    std::thread housekeeper_;
+
+    std::atomic<State> state_{State::Idle};
+    std::atomic<std::uint32_t> socketId_{0};
+    std::atomic<bool> pipeUp_{false};
+    std::atomic<bool> acceptingRequests_{false};
+    std::atomic<std::uint64_t> nextCorrelationId_{1};
+    std::atomic<std::uint32_t> unreportedCredit_{0};
+    std::atomic<bool> creditSending_{false};
+    std::atomic<std::uint32_t> creditInFlight_{0};
+
+    std::mutex pendingMutex_;
+    std::condition_variable housekeeperWake_;
+    std::unordered_map<std::uint64_t, Pending> pending_;
+    std::multimap<Clock::time_point, std::uint64_t> deadlines_;
+    Clock::time_point timerWakeAt_{};
+    std::deque<PipeEvent> events_;
+    bool stopping_ = false;
+
+    mutable std::shared_mutex handlersMutex_;
+    std::unordered_map<core::transport::Address, HandlerEntry> handlers_;
+    std::unordered_set<boost::uuids::uuid, boost::hash<boost::uuids::uuid>> rejectedInstances_;
+
+    std::mutex activeMutex_;
+    std::condition_variable activeChanged_;
+    unsigned activeHandlers_ = 0;
+};
+
+}  // namespace agent::nanomsgtransport

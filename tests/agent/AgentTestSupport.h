@@ -1,0 +1,167 @@
+#pragma once
+
+// Shared by the agent tests: bounded waits, containers on a running exchange, and a raw
+// nng peer that speaks the frame format directly (to misbehave on purpose).
+
+#include "agent/core/container/ServiceContainer.h"
+#include "agent/nanomsgtransport/Envelope.h"
+#include "agent/nanomsgtransport/NanomsgTransport.h"
+
+#include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid_io.hpp>
+
+#include <nng/nng.h>
+#include <nng/protocol/reqrep0/rep.h>
+#include <nng/protocol/reqrep0/req.h>
+
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace agent::testing {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+// Generous: a deadline only exists so that a fault fails the test instead of hanging it.
+inline Clock::time_point deadline(std::chrono::milliseconds in = std::chrono::seconds(20)) {
+    return Clock::now() + in;
+}
+
+inline boost::uuids::uuid randomId() {
+    thread_local boost::uuids::random_generator generator;
+    return generator();
+}
+
+// A unique inproc:// URL per call.
+inline std::string inprocUrl() {
+    static std::atomic<int> counter{0};
+    return "inproc://agent-test-" + std::to_string(counter.fetch_add(1));
+}
+
+// A connected container with a bounded pool (bursts must not start hundreds of threads).
+inline std::shared_ptr<core::container::ServiceContainer> makeContainer(
+    const std::string& endpoint, std::chrono::milliseconds requestTimeout = 5000ms) {
+    auto container = std::make_shared<core::container::ServiceContainer>();
+    container->setNewMaximumPoolSize(8);
+    container->createTransport(nanomsgtransport::getTransport(*container, requestTimeout, 5000ms));
+    container->connectTransport(endpoint);
+    return container;
+}
+
+inline core::transport::Message text(const std::string& s) {
+    return core::transport::Message(std::string_view(s));
+}
+
+// Polls `condition` until it holds or the deadline passes (for state without a signal).
+template <class Condition>
+bool eventually(Condition condition, Clock::time_point until = deadline()) {
+    while (!condition()) {
+        if (Clock::now() >= until) {
+            return condition();
+        }
+        std::this_thread::sleep_for(2ms);
+    }
+    return true;
+}
+
+// The outcome of a future, waited for with a deadline: the reply text, or "error: <what>",
+// or "no answer".
+inline std::string outcome(core::transport::ReplyFuture& future, Clock::time_point until = deadline()) {
+    if (future.wait_until(until) != std::future_status::ready) {
+        return "no answer";
+    }
+    try {
+        return std::string(future.get().asStringView());
+    } catch (const std::exception& e) {
+        return std::string("error: ") + e.what();
+    }
+}
+
+// A raw REQ socket speaking the exchange's frame format by hand.
+class RawPeer {
+public:
+    explicit RawPeer(const std::string& url) : node_(randomId()) {
+        if (nng_req0_open_raw(&socket_) != 0 || nng_dial(socket_, url.c_str(), nullptr, 0) != 0) {
+            throw std::runtime_error("RawPeer cannot connect to " + url);
+        }
+        nng_socket_set_ms(socket_, NNG_OPT_RECVTIMEO, 5000);
+    }
+    ~RawPeer() { nng_close(socket_); }
+
+    const boost::uuids::uuid& node() const { return node_; }
+
+    // Sends raw body bytes with the request word in the header.
+    void sendBody(const std::vector<std::uint8_t>& body) {
+        nng_msg* msg = nullptr;
+        nng_msg_alloc(&msg, 0);
+        nng_msg_append(msg, body.data(), body.size());
+        nng_msg_header_append_u32(msg, nanomsgtransport::Envelope::kRequestWord);
+        if (nng_sendmsg(socket_, msg, 0) != 0) {
+            nng_msg_free(msg);
+            throw std::runtime_error("RawPeer cannot send");
+        }
+    }
+
+    void send(nanomsgtransport::Envelope envelope, const std::string& payload = {}) {
+        envelope.sourceNode = node_;
+        envelope.credit += unreported_;  // report what we took, as a container does
+        unreported_ = 0;
+        std::vector<std::uint8_t> body(nanomsgtransport::Envelope::kSize + payload.size());
+        nanomsgtransport::encodeEnvelope(envelope, body.data());
+        std::memcpy(body.data() + nanomsgtransport::Envelope::kSize, payload.data(), payload.size());
+        sendBody(body);
+    }
+
+    // The next frame: its envelope and payload; nullopt after the receive timeout.
+    std::optional<std::pair<nanomsgtransport::Envelope, std::string>> receive(nng_duration timeoutMs = 5000) {
+        nng_socket_set_ms(socket_, NNG_OPT_RECVTIMEO, timeoutMs);
+        nng_msg* msg = nullptr;
+        if (nng_recvmsg(socket_, &msg, 0) != 0) {
+            return std::nullopt;
+        }
+        const auto* body = static_cast<const std::uint8_t*>(nng_msg_body(msg));
+        auto envelope = nanomsgtransport::decodeEnvelope(body, nng_msg_len(msg));
+        std::string payload(reinterpret_cast<const char*>(body) + nanomsgtransport::Envelope::kSize,
+                            nng_msg_len(msg) - nanomsgtransport::Envelope::kSize);
+        nng_msg_free(msg);
+        ++unreported_;
+        return std::make_pair(envelope, payload);
+    }
+
+    // Hello and Register, each confirmed.
+    void registerAddress(const boost::uuids::uuid& address) {
+        nanomsgtransport::Envelope hello;
+        hello.kind = nanomsgtransport::FrameKind::Hello;
+        hello.correlationId = 1;
+        send(hello);
+        expect(nanomsgtransport::FrameKind::Welcome);
+        nanomsgtransport::Envelope registration;
+        registration.kind = nanomsgtransport::FrameKind::Register;
+        registration.correlationId = 2;
+        registration.sourceAddress = address;
+        send(registration, {});
+        expect(nanomsgtransport::FrameKind::Registered);
+        nanomsgtransport::Envelope credit;
+        credit.kind = nanomsgtransport::FrameKind::Credit;
+        send(credit);
+    }
+
+private:
+    void expect(nanomsgtransport::FrameKind kind) {
+        auto frame = receive();
+        if (!frame || frame->first.kind != kind) {
+            throw std::runtime_error(std::string("RawPeer expected ") + nanomsgtransport::frameKindName(kind));
+        }
+    }
+
+    nng_socket socket_{};
+    boost::uuids::uuid node_;
+    std::uint32_t unreported_ = 0;  // frames received and not yet reported as credit
+};
+
+}  // namespace agent::testing
