@@ -99,6 +99,18 @@ namespace dstest
             return calls;
         }
 
+        // As Calls, without instance numbers: "bind(2)".
+        static std::vector<std::string>
+        Trace(std::string const& component)
+        {
+            std::vector<std::string> calls;
+            for (auto const& event : LifecycleProbe::Get().EventsOf(component))
+            {
+                calls.push_back(event.what + (event.detail.empty() ? "" : "(" + event.detail + ")"));
+            }
+            return calls;
+        }
+
         // Waits until component has recorded count calls of what.
         static bool
         WaitForCalls(std::string const& component, std::string const& what, std::size_t count)

@@ -56,13 +56,25 @@ namespace ds_test
         Optional() : FeedUser("Optional") {}
     };
 
-    // Provides test::Echo and needs a test::Echo: never its own.
+    // Provides test::Echo and binds every other test::Echo dynamically: never its own.
     class SelfRef : public test::Echo
     {
       public:
-        explicit SelfRef(std::shared_ptr<test::Echo> const& other) : instance(dstest::LifecycleProbe::Get().NextInstance())
+        SelfRef() : instance(dstest::LifecycleProbe::Get().NextInstance())
         {
-            dstest::LifecycleProbe::Get().Record("SelfRef", "construct", instance, std::to_string(other->Instance()));
+            dstest::LifecycleProbe::Get().Record("SelfRef", "construct", instance);
+        }
+
+        void
+        Bindecho(std::shared_ptr<test::Echo> const& echo)
+        {
+            dstest::LifecycleProbe::Get().Record("SelfRef", "bind", instance, std::to_string(echo->Instance()));
+        }
+
+        void
+        Unbindecho(std::shared_ptr<test::Echo> const& echo)
+        {
+            dstest::LifecycleProbe::Get().Record("SelfRef", "unbind", instance, std::to_string(echo->Instance()));
         }
 
         int
@@ -76,8 +88,10 @@ namespace ds_test
     };
 } // namespace ds_test
 
+using cppmicroservices::service::component::detail::Binder;
 using cppmicroservices::service::component::detail::ComponentInstance;
 using cppmicroservices::service::component::detail::ComponentInstanceImpl;
+using cppmicroservices::service::component::detail::DynamicBinder;
 
 extern "C" US_ABI_EXPORT ComponentInstance*
 NewInstance_ds_test_Greedy()
@@ -106,7 +120,11 @@ DeleteInstance_ds_test_Optional(ComponentInstance* instance)
 extern "C" US_ABI_EXPORT ComponentInstance*
 NewInstance_ds_test_SelfRef()
 {
-    return new (std::nothrow) ComponentInstanceImpl<ds_test::SelfRef, std::tuple<test::Echo>, test::Echo>({ { "echo" } });
+    std::vector<std::shared_ptr<Binder<ds_test::SelfRef>>> binders;
+    binders.push_back(std::make_shared<DynamicBinder<ds_test::SelfRef, test::Echo>>("echo",
+                                                                                    &ds_test::SelfRef::Bindecho,
+                                                                                    &ds_test::SelfRef::Unbindecho));
+    return new (std::nothrow) ComponentInstanceImpl<ds_test::SelfRef, std::tuple<test::Echo>>({}, binders);
 }
 
 extern "C" US_ABI_EXPORT void
