@@ -1,0 +1,115 @@
+// One call in flight, echo of 1 B, 1 KiB and 64 KiB:
+//   RawPair1RoundTrip   nng pair1 socket pair, one echo thread, no broker
+//   ExchangeRoundTrip   container → exchange → container handler → exchange → container
+// on inproc:// and ipc://. Compare the two rows of a transport and size: DESIGN.md's
+// target is ExchangeRoundTrip ≤ 2.2 × RawPair1RoundTrip.
+
+#include "agent/core/container/ServiceContainer.h"
+#include "agent/nanomsgtransport/Exchange.h"
+#include "agent/nanomsgtransport/NanomsgTransport.h"
+
+#include "foundation/log/Sink.h"
+
+#include <benchmark/benchmark.h>
+#include <boost/uuid/random_generator.hpp>
+#include <nng/nng.h>
+#include <nng/protocol/pair1/pair.h>
+
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+using agent::core::transport::Address;
+using agent::core::transport::Message;
+
+std::string url(std::int64_t transport, const char* name) {
+    static std::atomic<int> counter{0};
+    const auto n = std::to_string(::getpid()) + "-" + std::to_string(counter++);
+    return transport == 0 ? std::string("inproc://bench-") + name + n
+                          : std::string("ipc:///tmp/bench-") + name + n + ".sock";
+}
+
+void RawPair1RoundTrip(benchmark::State& state) {
+    const auto address = url(state.range(0), "pair");
+    nng_socket server;
+    nng_socket client;
+    nng_pair1_open(&server);
+    nng_pair1_open(&client);
+    nng_listen(server, address.c_str(), nullptr, 0);
+    nng_dial(client, address.c_str(), nullptr, 0);
+    std::thread echo([&] {
+        nng_msg* msg = nullptr;
+        while (nng_recvmsg(server, &msg, 0) == 0) {
+            if (nng_sendmsg(server, msg, 0) != 0) {
+                nng_msg_free(msg);
+            }
+        }
+    });
+    const auto size = static_cast<std::size_t>(state.range(1));
+    std::string payload(size, 'x');
+    for (auto _ : state) {
+        nng_msg* msg = nullptr;
+        nng_msg_alloc(&msg, 0);
+        nng_msg_append(msg, payload.data(), payload.size());
+        nng_sendmsg(client, msg, 0);
+        nng_recvmsg(client, &msg, 0);
+        benchmark::DoNotOptimize(nng_msg_len(msg));
+        nng_msg_free(msg);
+    }
+    nng_close(client);
+    nng_close(server);
+    echo.join();
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * size * 2));
+}
+
+std::shared_ptr<agent::core::container::ServiceContainer> container(const std::string& endpoint) {
+    auto c = std::make_shared<agent::core::container::ServiceContainer>();
+    c->setNewMaximumPoolSize(4);
+    c->createTransport(agent::nanomsgtransport::getTransport(*c, 5000ms, 5000ms));
+    c->connectTransport(endpoint);
+    return c;
+}
+
+void ExchangeRoundTrip(benchmark::State& state) {
+    agent::nanomsgtransport::Exchange exchange;
+    const auto endpoint = exchange.listen(url(state.range(0), "exchange"));
+    auto server = container(endpoint);
+    auto client = container(endpoint);
+    const Address address{boost::uuids::random_generator()()};
+    server->getTransport()->registerHandler(address, [](const Message& request) { return request; });
+    const auto size = static_cast<std::size_t>(state.range(1));
+    const std::string payload(size, 'x');
+    for (auto _ : state) {
+        auto reply = client->getTransport()->sendRequest(address, Message(std::string_view(payload))).get();
+        benchmark::DoNotOptimize(reply.size());
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * size * 2));
+}
+
+void sizes(benchmark::internal::Benchmark* b) {
+    for (std::int64_t transport : {0, 1}) {
+        for (std::int64_t size : {1, 1024, 65536}) {
+            b->Args({transport, size});
+        }
+    }
+    b->ArgNames({"ipc", "bytes"})->UseRealTime()->Unit(benchmark::kMicrosecond);
+}
+
+}  // namespace
+
+BENCHMARK(RawPair1RoundTrip)->Apply(sizes);
+BENCHMARK(ExchangeRoundTrip)->Apply(sizes);
+
+int main(int argc, char** argv) {
+    foundation::log::removeSink(foundation::log::defaultStderrSink());
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
