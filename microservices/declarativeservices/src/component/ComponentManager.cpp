@@ -173,10 +173,18 @@ namespace cppmicroservices::ds
     }
 
     void
-    ComponentManager::SetConfiguration(std::string const& pid, std::optional<AnyMap> properties)
+    ComponentManager::SetConfiguration(std::string const& pid, std::optional<AnyMap> properties, bool fromEvent)
     {
         {
             std::lock_guard<std::mutex> lock(stateMutex);
+            if (disposed || (!fromEvent && pidsWithEvents.count(pid) != 0))
+            {
+                return;
+            }
+            if (fromEvent)
+            {
+                pidsWithEvents.insert(pid);
+            }
             if (properties)
             {
                 configurations.insert_or_assign(pid, std::move(*properties));

@@ -18,6 +18,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -78,8 +79,11 @@ namespace cppmicroservices::ds
         /// The configuration of pid: its properties, or nullopt once it is
         /// deleted. Changes the component's properties (Modified, or a new
         /// instance) and, for configuration-policy require, its
-        /// satisfaction. Blocks on user code when this thread drains.
-        void SetConfiguration(std::string const& pid, std::optional<AnyMap> properties);
+        /// satisfaction. fromEvent is false for configurations read when the
+        /// component or Configuration Admin appeared: those are ignored once
+        /// an event for pid arrived, since they may be older. Blocks on user
+        /// code when this thread drains.
+        void SetConfiguration(std::string const& pid, std::optional<AnyMap> properties, bool fromEvent);
 
         /// From the reference trackers, on the thread of the service event.
         void ReferenceAdded(std::size_t index, ServiceMatch const& match);
@@ -161,6 +165,7 @@ namespace cppmicroservices::ds
         std::vector<std::unique_ptr<ReferenceTracker>> trackers;
         std::vector<std::vector<ServiceMatch>> matches; // per reference, best first
         std::map<std::string, AnyMap> configurations;   // by pid
+        std::set<std::string> pidsWithEvents;           // pids whose events arrived
         std::uint64_t propertiesGeneration = 0;
         std::shared_ptr<ComponentLife> life;
     };
