@@ -111,6 +111,25 @@ namespace dstest
             EXPECT_THAT(Calls("Lazy"), ElementsAre("construct#1", "activate#1"));
         }
 
+        TEST_F(ComponentManagerTest, PrototypeScopeMakesAnInstancePerUseAndDeactivatesItWhenReleased)
+        {
+            StartBundle("DSTestLifecycleBundle");
+            auto reference = context.GetServiceReference<test::Echo>();
+            ASSERT_TRUE(reference);
+            EXPECT_EQ("prototype", reference.GetProperty("service.scope").ToString());
+            auto objects = context.GetServiceObjects(reference);
+            auto first = objects.GetService();
+            auto second = objects.GetService();
+            ASSERT_TRUE(first);
+            ASSERT_TRUE(second);
+            EXPECT_NE(first->Instance(), second->Instance());
+            EXPECT_THAT(Calls("Prototype"), ElementsAre("activate#1", "activate#2"));
+
+            first.reset();
+            EXPECT_TRUE(WaitForCalls("Prototype", "deactivate", 1));
+            EXPECT_THAT(Calls("Prototype"), ElementsAre("activate#1", "activate#2", "deactivate#1"));
+        }
+
         TEST_F(ComponentManagerTest, StoppingTheBundleDeactivatesEveryActiveComponentOnce)
         {
             auto bundle = StartBundle("DSTestLifecycleBundle");

@@ -120,7 +120,7 @@ namespace cppmicroservices::ds
     ComponentContextImpl::SetProperties(ServiceProperties newProperties)
     {
         std::lock_guard<std::mutex> lock(stateMutex);
-        properties = std::move(newProperties);
+        properties.swap(newProperties); // the old ones die after the lock is released
     }
 
     void

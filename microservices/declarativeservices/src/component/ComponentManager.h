@@ -105,7 +105,7 @@ namespace cppmicroservices::ds
             StartLife,       ///< register the service of a new life
             CreateImmediate, ///< create the instance of an immediate component
             EndLife,         ///< unregister and deactivate a life
-            Teardown,        ///< deactivate one released instance
+            Teardown,        ///< deactivate one released instance (if it is active)
             Rebind,          ///< move a dynamic reference of an instance
             Modify,          ///< call Modified with new properties
             UpdateProperties ///< give the registration new properties
@@ -147,9 +147,10 @@ namespace cppmicroservices::ds
         void EndLife(Step& step);
         void Rebind(Step& step);
         // Creates an instance of target for usingBundle on this thread, or
-        // returns the singleton instance (waiting while another thread
-        // creates it). Call with no lock held.
-        InterfaceMapConstPtr Obtain(std::shared_ptr<ComponentLife> const& target, Bundle const& usingBundle);
+        // returns the singleton instance -- when wait, waiting while another
+        // thread creates it; else returning null at once (the drainer, which
+        // must not wait for a creator). Call with no lock held.
+        InterfaceMapConstPtr Obtain(std::shared_ptr<ComponentLife> const& target, Bundle const& usingBundle, bool wait);
         ServiceReferenceU OwnReference() const;
         bool IsSingleton() const;
 

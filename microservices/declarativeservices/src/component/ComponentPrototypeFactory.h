@@ -16,7 +16,7 @@ namespace cppmicroservices::ds
     class ComponentPrototypeFactory final : public PrototypeServiceFactory
     {
       public:
-        ComponentPrototypeFactory(std::weak_ptr<ComponentManager> manager, std::shared_ptr<ComponentLife> life);
+        ComponentPrototypeFactory(std::weak_ptr<ComponentManager> manager, std::weak_ptr<ComponentLife> life);
 
         InterfaceMapConstPtr GetService(Bundle const& bundle, ServiceRegistrationBase const& registration) override;
         void UngetService(Bundle const& bundle,
@@ -25,7 +25,7 @@ namespace cppmicroservices::ds
 
       private:
         std::weak_ptr<ComponentManager> const manager;
-        std::shared_ptr<ComponentLife> const life;
+        std::weak_ptr<ComponentLife> const life; // the life holds the registration that holds this factory
     };
 } // namespace cppmicroservices::ds
 

@@ -5,7 +5,7 @@
 namespace cppmicroservices::ds
 {
     ComponentServiceFactory::ComponentServiceFactory(std::weak_ptr<ComponentManager> manager,
-                                                     std::shared_ptr<ComponentLife> life)
+                                                     std::weak_ptr<ComponentLife> life)
         : manager(std::move(manager))
         , life(std::move(life))
     {
@@ -15,15 +15,18 @@ namespace cppmicroservices::ds
     ComponentServiceFactory::GetService(Bundle const& bundle, ServiceRegistrationBase const&)
     {
         auto owner = manager.lock();
-        return owner ? owner->GetService(life, bundle) : nullptr;
+        auto target = life.lock();
+        return owner && target ? owner->GetService(target, bundle) : nullptr;
     }
 
     void
     ComponentServiceFactory::UngetService(Bundle const&, ServiceRegistrationBase const&, InterfaceMapConstPtr const& service)
     {
-        if (auto owner = manager.lock())
+        auto owner = manager.lock();
+        auto target = life.lock();
+        if (owner && target)
         {
-            owner->UngetService(life, service);
+            owner->UngetService(target, service);
         }
     }
 } // namespace cppmicroservices::ds

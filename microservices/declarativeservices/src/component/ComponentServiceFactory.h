@@ -17,7 +17,7 @@ namespace cppmicroservices::ds
     class ComponentServiceFactory final : public ServiceFactory
     {
       public:
-        ComponentServiceFactory(std::weak_ptr<ComponentManager> manager, std::shared_ptr<ComponentLife> life);
+        ComponentServiceFactory(std::weak_ptr<ComponentManager> manager, std::weak_ptr<ComponentLife> life);
 
         /// Blocks while the instance is created (user code). Null if the
         /// instance cannot be created or the life has ended.
@@ -31,7 +31,7 @@ namespace cppmicroservices::ds
 
       private:
         std::weak_ptr<ComponentManager> const manager;
-        std::shared_ptr<ComponentLife> const life;
+        std::weak_ptr<ComponentLife> const life; // the life holds the registration that holds this factory
     };
 } // namespace cppmicroservices::ds
 

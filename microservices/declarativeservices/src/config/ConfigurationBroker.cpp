@@ -79,13 +79,14 @@ namespace cppmicroservices::ds
     {
         std::unique_ptr<ServiceTracker<service::cm::ConfigurationAdmin>> tracker;
         ServiceRegistration<service::cm::ConfigurationListener> registration;
+        std::shared_ptr<service::cm::ConfigurationAdmin> released; // given back outside the lock
         {
             std::lock_guard<std::mutex> lock(brokerMutex);
             started = false;
             tracker = std::move(adminTracker);
             registration = std::move(listenerRegistration);
             listenerRegistration = nullptr;
-            admin.reset();
+            released.swap(admin);
         }
         if (registration)
         {
@@ -271,10 +272,11 @@ namespace cppmicroservices::ds
     ConfigurationBroker::RemovedService(ServiceReference<service::cm::ConfigurationAdmin> const&,
                                         std::shared_ptr<service::cm::ConfigurationAdmin> const& removed)
     {
+        std::shared_ptr<service::cm::ConfigurationAdmin> released; // given back outside the lock
         std::lock_guard<std::mutex> lock(brokerMutex);
         if (admin == removed)
         {
-            admin.reset();
+            released.swap(admin);
         }
     }
 } // namespace cppmicroservices::ds
