@@ -10,6 +10,7 @@
 #include <boost/uuid/uuid_io.hpp>
 
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace agent::nanomsgtransport {
@@ -68,11 +69,8 @@ void TransportCore::connect(const std::string& endpoint) {
     nng_socket_set_ms(socket, NNG_OPT_SENDTIMEO, static_cast<nng_duration>(connectTimeout_.count()));
     nng_pipe_notify(socket, NNG_PIPE_EV_ADD_POST, &TransportCore::onPipeEvent, this);
     nng_pipe_notify(socket, NNG_PIPE_EV_REM_POST, &TransportCore::onPipeEvent, this);
-    if (nng_aio_alloc(&receiveAio_, &TransportCore::onReceive, this) != 0 ||
-        nng_aio_alloc(&creditAio_, &TransportCore::onCreditSent, this) != 0) {
+    if (nng_aio_alloc(&receiveAio_, &TransportCore::onReceive, this) != 0) {
         nng_close(socket);
-        nng_aio_free(receiveAio_);
-        receiveAio_ = nullptr;
         throw std::runtime_error(failurePrefix + ": out of memory");
     }
     socketId_ = socket.id;
@@ -80,6 +78,7 @@ void TransportCore::connect(const std::string& endpoint) {
     {
         std::lock_guard<std::mutex> lock(pendingMutex_);
         stopping_ = false;
+        creditWanted_ = false;
         events_.clear();
     }
     housekeeper_ = std::thread([this] { housekeeping(); });
@@ -150,10 +149,8 @@ void TransportCore::closeConnection() {
     // Our aios first: nng 1.5.2 may touch a freed socket when an aio still queued on it
     // is stopped after nng_close, and once stopped an aio never starts again. nng_close
     // does not wait for the peer, so a stopped exchange cannot hold us here.
-    for (nng_aio* aio : {receiveAio_, creditAio_}) {
-        if (aio != nullptr) {
-            nng_aio_stop(aio);
-        }
+    if (receiveAio_ != nullptr) {
+        nng_aio_stop(receiveAio_);
     }
     nng_close(socketOf(socketId_.load()));
     pipeUp_ = false;
@@ -165,13 +162,10 @@ void TransportCore::closeConnection() {
     if (housekeeper_.joinable()) {
         housekeeper_.join();
     }
-    for (nng_aio** aio : {&receiveAio_, &creditAio_}) {
-        if (*aio != nullptr) {
-            nng_aio_free(*aio);
-            *aio = nullptr;
-        }
+    if (receiveAio_ != nullptr) {
+        nng_aio_free(receiveAio_);
+        receiveAio_ = nullptr;
     }
-    creditSending_ = false;
     unreportedCredit_ = 0;
     failAll("The transport was disconnected");
     state_ = State::Idle;
@@ -394,43 +388,29 @@ void TransportCore::onReceive(void* arg) noexcept {
 }
 
 void TransportCore::maybeSendCredit() noexcept {
-    if (creditSending_.exchange(true)) {
-        return;  // the completion sends what has accumulated since
-    }
-    const auto credit = unreportedCredit_.exchange(0);
-    if (credit == 0) {
-        creditSending_ = false;
-        return;
-    }
+    // Never block nng's thread: try without waiting, else the housekeeper sends it.
     Envelope envelope;
     envelope.kind = FrameKind::Credit;
     envelope.sourceNode = node_;
-    envelope.credit = credit;
+    envelope.credit = unreportedCredit_.exchange(0);
+    if (envelope.credit == 0) {
+        return;
+    }
     try {
         auto frame = makeFrame(envelope, nullptr, 0);
-        creditInFlight_ = credit;
-        nng_aio_set_msg(creditAio_, frame.release());
-        nng_send_aio(socketOf(socketId_.load()), creditAio_);
-    } catch (const std::exception&) {
-        unreportedCredit_ += credit;
-        creditSending_ = false;
-    }
-}
-
-void TransportCore::onCreditSent(void* arg) noexcept {
-    auto* self = static_cast<TransportCore*>(arg);
-    const int rv = nng_aio_result(self->creditAio_);
-    if (rv != 0) {
-        nng_msg_free(nng_aio_get_msg(self->creditAio_));
-        if (rv == NNG_ECLOSED || rv == NNG_ECANCELED) {
-            return;  // creditSending_ stays set: nothing more goes out on this socket
+        if (nng_sendmsg(socketOf(socketId_.load()), frame.get(), NNG_FLAG_NONBLOCK) == 0) {
+            frame.release();
+            return;
         }
-        self->unreportedCredit_ += self->creditInFlight_.load();
+    } catch (const std::exception&) {
+        // as if the send had failed
     }
-    self->creditSending_ = false;
-    if (self->unreportedCredit_.load() >= Envelope::kCreditWindow / 2) {
-        self->maybeSendCredit();
+    unreportedCredit_ += envelope.credit;
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        creditWanted_ = true;
     }
+    housekeeperWake_.notify_all();
 }
 
 void TransportCore::serve(const Envelope& request, const Message& payload) {
@@ -519,8 +499,9 @@ void TransportCore::housekeeping() {
             wakeAt = deadlines_.begin()->first;
         }
         timerWakeAt_ = wakeAt;
-        housekeeperWake_.wait_until(lock, wakeAt,
-                                    [&] { return stopping_ || !events_.empty() || timerWakeAt_ < wakeAt; });
+        housekeeperWake_.wait_until(lock, wakeAt, [&] {
+            return stopping_ || !events_.empty() || creditWanted_ || timerWakeAt_ < wakeAt;
+        });
         if (stopping_) {
             break;
         }
@@ -536,7 +517,13 @@ void TransportCore::housekeeping() {
         }
         auto events = std::move(events_);
         events_.clear();
+        const bool sendCredit = std::exchange(creditWanted_, false);
         lock.unlock();
+        if (sendCredit) {
+            Envelope credit;
+            credit.kind = FrameKind::Credit;
+            sendFrame(credit, nullptr, 0);  // blocks on back-pressure, up to the send timeout
+        }
         for (auto& promise : expired) {
             promise.set_exception(failure("Request timed out"));
         }

@@ -32,7 +32,8 @@ namespace agent::nanomsgtransport {
 
 // A container's side of an exchange connection: one raw REQ socket, one receive aio
 // whose callback completes replies in place and hands requests to the container's
-// pool, and one housekeeping thread for connection events and the single request timer.
+// pool, and one housekeeping thread for connection events, credit reports that could not
+// go out at once, and the single request timer.
 // Pool tasks hold a shared_ptr to it, so it outlives the transport object if they run
 // late; after disconnect they find the socket closed and drop their replies.
 class TransportCore : public std::enable_shared_from_this<TransportCore> {
@@ -72,7 +73,6 @@ private:
     };
 
     static void onReceive(void* self) noexcept;
-    static void onCreditSent(void* self) noexcept;
     static void onPipeEvent(nng_pipe pipe, nng_pipe_ev event, void* self) noexcept;
 
     // Sends one frame, reporting our credit. Blocks on back-pressure up to the connect
@@ -104,7 +104,6 @@ private:
     std::mutex lifecycleMutex_;
     std::string endpoint_;
     nng_aio* receiveAio_ = nullptr;
-    nng_aio* creditAio_ = nullptr;
     std::thread housekeeper_;
 
     std::atomic<State> state_{State::Idle};
@@ -113,8 +112,6 @@ private:
     std::atomic<bool> acceptingRequests_{false};
     std::atomic<std::uint64_t> nextCorrelationId_{1};
     std::atomic<std::uint32_t> unreportedCredit_{0};
-    std::atomic<bool> creditSending_{false};
-    std::atomic<std::uint32_t> creditInFlight_{0};
 
     std::mutex pendingMutex_;
     std::condition_variable housekeeperWake_;
@@ -122,6 +119,7 @@ private:
     std::multimap<Clock::time_point, std::uint64_t> deadlines_;
     Clock::time_point timerWakeAt_{};
     std::deque<PipeEvent> events_;
+    bool creditWanted_ = false;  // the receive path could not report credit without blocking
     bool stopping_ = false;
 
     mutable std::shared_mutex handlersMutex_;
