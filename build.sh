@@ -4,7 +4,7 @@
 #   ./build.sh [build]                      configure and build into build/
 #   ./build.sh test [--sanitize=LIST]       build, then run the whole suite through CTest
 #   ./build.sh demo                         run the demo
-#   ./build.sh bench                        run the benchmarks
+#   ./build.sh bench                        build in Release and run every benchmark (bin/*_bench)
 #
 # --sanitize=address,undefined or --sanitize=thread builds into its own folder
 # (build-asan-ubsan/, build-tsan/) in Debug mode.
@@ -71,8 +71,15 @@ case "$command" in
     exit 1
     ;;
   bench)
-    echo "build.sh: the benchmarks are not there yet" >&2
-    exit 1
+    [ -z "$sanitize" ] || die "benchmarks run on the Release build only"
+    build
+    shopt -s nullglob
+    benches=("$build_dir"/bin/*_bench)
+    [ ${#benches[@]} -gt 0 ] || die "no benchmark was built"
+    for bench in "${benches[@]}"; do
+      echo "== $(basename "$bench")"
+      "$bench"
+    done
     ;;
   *) die "unknown command '$command' (build, test, demo or bench)" ;;
 esac
