@@ -103,7 +103,8 @@ namespace dstest
 
             auto first = context.GetService(reference);
             ASSERT_TRUE(first);
-            EXPECT_THAT(Calls("Lazy"), ElementsAre("construct#1", "activate#1"));
+            EXPECT_THAT(Calls("Lazy"), ElementsAre("construct#1", "activate#1"))
+                << "Activate sees its own registration, and a singleton has no using bundle";
             EXPECT_EQ(1, first->Instance());
 
             auto again = context.GetService(reference);
@@ -123,11 +124,13 @@ namespace dstest
             ASSERT_TRUE(first);
             ASSERT_TRUE(second);
             EXPECT_NE(first->Instance(), second->Instance());
-            EXPECT_THAT(Calls("Prototype"), ElementsAre("activate#1", "activate#2"));
+            EXPECT_THAT(Calls("Prototype"), ElementsAre("activate#1(system_bundle)", "activate#2(system_bundle)"))
+                << "each instance knows the bundle it was made for";
 
             first.reset();
             EXPECT_TRUE(WaitForCalls("Prototype", "deactivate", 1));
-            EXPECT_THAT(Calls("Prototype"), ElementsAre("activate#1", "activate#2", "deactivate#1"));
+            EXPECT_THAT(Calls("Prototype"),
+                        ElementsAre("activate#1(system_bundle)", "activate#2(system_bundle)", "deactivate#1"));
         }
 
         TEST_F(ComponentManagerTest, StoppingTheBundleDeactivatesEveryActiveComponentOnce)

@@ -338,7 +338,8 @@ namespace cppmicroservices::ds
                 return nullptr;
             }
             record->creator = self;
-            record->usingBundle = usingBundle;
+            // The singleton serves every bundle: its context names none.
+            record->usingBundle = IsSingleton() ? Bundle() : usingBundle;
             record->propertiesGeneration = target->propertiesGeneration;
             for (std::size_t i = 0; i < references.size(); ++i)
             {
@@ -349,7 +350,7 @@ namespace cppmicroservices::ds
             target->instances.push_back(record);
         }
 
-        auto live = builder->Build(properties, bindings, usingBundle);
+        auto live = builder->Build(properties, bindings, record->usingBundle);
         {
             std::lock_guard<std::mutex> lock(stateMutex);
             record->live = live;

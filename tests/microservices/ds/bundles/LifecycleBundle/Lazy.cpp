@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <new>
+#include <string>
 
 namespace ds_test
 {
@@ -21,10 +22,17 @@ namespace ds_test
             dstest::LifecycleProbe::Get().Record("Lazy", "construct", instance);
         }
 
+        // Records whether the context knows the component's own registration
+        // and, wrongly for a singleton, a using bundle.
         void
-        Activate(std::shared_ptr<ComponentContext> const&)
+        Activate(std::shared_ptr<ComponentContext> const& context)
         {
-            dstest::LifecycleProbe::Get().Record("Lazy", "activate", instance);
+            std::string detail = context->GetServiceReference() ? "" : "unregistered";
+            if (context->GetUsingBundle())
+            {
+                detail += "using " + context->GetUsingBundle().GetSymbolicName();
+            }
+            dstest::LifecycleProbe::Get().Record("Lazy", "activate", instance, detail);
         }
 
         void

@@ -19,10 +19,12 @@ namespace ds_test
       public:
         Prototype() : instance(dstest::LifecycleProbe::Get().NextInstance()) {}
 
+        // Records the bundle it was made for.
         void
-        Activate(std::shared_ptr<ComponentContext> const&)
+        Activate(std::shared_ptr<ComponentContext> const& context)
         {
-            dstest::LifecycleProbe::Get().Record("Prototype", "activate", instance);
+            auto const user = context->GetUsingBundle();
+            dstest::LifecycleProbe::Get().Record("Prototype", "activate", instance, user ? user.GetSymbolicName() : "nobody");
         }
 
         void
