@@ -1,9 +1,9 @@
 #include "ConfigurationFileParser.h"
 
+#include "util/JsonNumber.h"
+
 #include <nlohmann/json.hpp>
 
-#include <cstdint>
-#include <limits>
 #include <stdexcept>
 #include <vector>
 
@@ -61,29 +61,9 @@ namespace cppmicroservices::cmimpl
                 case json::value_t::boolean:
                     return Any(value.get<bool>());
                 case json::value_t::number_integer:
-                {
-                    auto const n = value.get<std::int64_t>();
-                    if (n >= std::numeric_limits<int>::min() && n <= std::numeric_limits<int>::max())
-                    {
-                        return Any(static_cast<int>(n));
-                    }
-                    return Any(static_cast<long long>(n));
-                }
                 case json::value_t::number_unsigned:
-                {
-                    auto const n = value.get<std::uint64_t>();
-                    if (n <= static_cast<std::uint64_t>(std::numeric_limits<int>::max()))
-                    {
-                        return Any(static_cast<int>(n));
-                    }
-                    if (n <= static_cast<std::uint64_t>(std::numeric_limits<long long>::max()))
-                    {
-                        return Any(static_cast<long long>(n));
-                    }
-                    return Any(static_cast<unsigned long long>(n));
-                }
                 case json::value_t::number_float:
-                    return Any(value.get<double>());
+                    return cppmicroservices::detail::JsonNumberToAny(value);
                 default:
                     return Any();
             }
