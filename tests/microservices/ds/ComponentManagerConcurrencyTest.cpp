@@ -5,7 +5,6 @@
 #include "DSFixture.h"
 #include "support/Barrier.h"
 
-#include <atomic>
 #include <map>
 #include <thread>
 
@@ -16,16 +15,16 @@ namespace dstest
         class ComponentManagerConcurrencyTest : public DSFixture
         {
           protected:
-            // Checks the probe's Triple events: construct, activate and
-            // deactivate once each per instance, in that order, with at most
-            // one instance active at any moment and none at the end.
+            // Checks the probe's events of component: construct, activate
+            // and deactivate once each per instance, in that order, with at
+            // most one instance active at any moment and none at the end.
             static void
-            ExpectSerialLivesAllEnded()
+            ExpectSerialLivesAllEnded(std::string const& component = "Triple")
             {
                 std::map<int, std::vector<std::string>> perInstance;
                 int active = 0;
                 int maxActive = 0;
-                for (auto const& event : LifecycleProbe::Get().EventsOf("Triple"))
+                for (auto const& event : LifecycleProbe::Get().EventsOf(component))
                 {
                     perInstance[event.instance].push_back(event.what);
                     if (event.what == "construct")
@@ -124,6 +123,41 @@ namespace dstest
             }
             ExpectSerialLivesAllEnded();
             EXPECT_FALSE(context.GetServiceReference<test::IfaceA>());
+        }
+
+        TEST_F(ComponentManagerConcurrencyTest, DelayedComponentUsedWhileItsReferenceChurnsHasSerialLives)
+        {
+            StartBundle("DSTestLifecycleBundle");
+            testsupport::Barrier start(kThreads);
+            std::vector<std::thread> threads;
+            for (int t = 0; t < kThreads; ++t)
+            {
+                threads.emplace_back(
+                    [&, t]
+                    {
+                        start.ArriveAndWait();
+                        for (int round = 0; round < kRounds; ++round)
+                        {
+                            if (t % 2 == 0)
+                            {
+                                auto a = Register<test::RefA>(1000 * (t + 1) + round);
+                                a.Unregister();
+                            }
+                            else if (auto reference = context.GetServiceReference<test::OnDemand>())
+                            {
+                                // Null when the life ends between the lookup and the call, or
+                                // while the instance is being made.
+                                context.GetService(reference);
+                            }
+                        }
+                    });
+            }
+            for (auto& thread : threads)
+            {
+                thread.join();
+            }
+            EXPECT_FALSE(context.GetServiceReference<test::OnDemand>());
+            ExpectSerialLivesAllEnded("OnDemand");
         }
 
         TEST_F(ComponentManagerConcurrencyTest, ConcurrentFirstUseCreatesTheDelayedComponentOnce)

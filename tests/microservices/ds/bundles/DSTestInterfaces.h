@@ -46,6 +46,11 @@ namespace test
         virtual ~LazyService() = default;
         virtual int Instance() const = 0;
     };
+    struct OnDemand
+    {
+        virtual ~OnDemand() = default;
+        virtual int Instance() const = 0;
+    };
     struct Echo
     {
         virtual ~Echo() = default;
