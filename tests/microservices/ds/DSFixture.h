@@ -118,16 +118,16 @@ namespace dstest
             return testsupport::WaitFor([&] { return LifecycleProbe::Get().Count(component, what) >= count; });
         }
 
-        // True if one captured log line contains every part.
+        // True if one captured log line contains every fragment.
         bool
-        Logged(std::initializer_list<std::string> parts) const
+        Logged(std::initializer_list<std::string> fragments) const
         {
             for (auto const& text : capture->texts())
             {
                 bool all = true;
-                for (auto const& part : parts)
+                for (auto const& fragment : fragments)
                 {
-                    all = all && text.find(part) != std::string::npos;
+                    all = all && text.find(fragment) != std::string::npos;
                 }
                 if (all)
                 {

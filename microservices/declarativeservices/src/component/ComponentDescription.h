@@ -13,7 +13,7 @@
 namespace cppmicroservices::ds
 {
     /// Who a component is, fixed when its bundle's components are loaded and
-    /// shared by every part that acts for it. Immutable.
+    /// shared by everything that acts for it. Immutable.
     struct ComponentDescription
     {
         std::shared_ptr<ComponentMetadata const> metadata;

@@ -235,14 +235,16 @@ namespace cppmicroservices::ds
                     continue;
                 }
                 auto target = BindingRules::DynamicTarget(references[i], record->bound[i], matches[i]);
-                if (!SameServices(target, record->bound[i]))
+                auto add = Without(target, record->bound[i]);
+                auto remove = Without(record->bound[i], target);
+                record->bound[i] = std::move(target); // a mere change of order needs no step
+                if (!add.empty() || !remove.empty())
                 {
                     step.kind = StepKind::Rebind;
                     step.instances.push_back(record);
                     step.reference = i;
-                    step.add = Without(target, record->bound[i]);
-                    step.remove = Without(record->bound[i], target);
-                    record->bound[i] = std::move(target);
+                    step.add = std::move(add);
+                    step.remove = std::move(remove);
                     return step;
                 }
             }

@@ -29,14 +29,4 @@ namespace cppmicroservices::ds
     {
         return std::any_of(list.begin(), list.end(), [id](ServiceMatch const& m) { return m.id == id; });
     }
-
-    bool
-    SameServices(std::vector<ServiceMatch> const& a, std::vector<ServiceMatch> const& b)
-    {
-        return std::equal(a.begin(),
-                          a.end(),
-                          b.begin(),
-                          b.end(),
-                          [](ServiceMatch const& x, ServiceMatch const& y) { return x.id == y.id; });
-    }
 } // namespace cppmicroservices::ds

@@ -31,9 +31,6 @@ namespace cppmicroservices::ds
     /// Whether list holds the service with id.
     bool ContainsService(std::vector<ServiceMatch> const& list, long id);
 
-    /// Whether both lists name the same services in the same order.
-    bool SameServices(std::vector<ServiceMatch> const& a, std::vector<ServiceMatch> const& b);
-
     /// A service bound to an instance, with the objects obtained for it (null
     /// when the service went away before they could be obtained).
     struct BoundService

@@ -59,8 +59,9 @@ namespace cppmicroservices::ds
             }
         }
 
-        // Only the code generator acts on inject-references; it is checked
-        // here so that a manifest it would refuse is refused at run time too.
+        // inject-references only shapes the NewInstance_ glue a bundle
+        // compiles; it is checked here so that a manifest naming an unknown
+        // reference is refused rather than silently glued wrong.
         void
         CheckInjectReferences(AnyMap const& map, ComponentMetadata const& result)
         {

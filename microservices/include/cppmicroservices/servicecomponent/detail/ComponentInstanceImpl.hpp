@@ -88,7 +88,7 @@ namespace cppmicroservices::service::component::detail
     {
     };
 
-    /// The parts of ComponentInstanceImpl that do not depend on constructor injection.
+    /// What every ComponentInstanceImpl does regardless of constructor injection.
     template <class T, class InterfaceTuple = std::tuple<>>
     class ComponentInstanceImplBase : public ComponentInstance
     {
