@@ -1,0 +1,222 @@
+#include "agent/directory/DirectoryCore.h"
+#include "agent/directory/NamePattern.h"
+
+#include "agent/directory/DirectoryTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace agent::directory {
+namespace {
+
+using core::serviceutils::APIVersion;
+using directoryinterfaces::ServiceInstanceInfo;
+using directoryinterfaces::ServiceNotification;
+using testing::describe;
+using testing::instance;
+using testing::randomId;
+using testing::StartBarrier;
+
+// Records what a subscription was told, as "started Name" / "stopped Name", checking the
+// sequence numbers count up without gaps.
+struct Recorder {
+    std::mutex eventsMutex;
+    std::vector<std::string> events;
+    std::uint64_t lastSequence = 0;
+    bool gap = false;
+
+    DirectoryCore::Sink sink() {
+        return [this](const ServiceNotification& n, std::uint64_t sequence) {
+            std::lock_guard<std::mutex> lock(eventsMutex);
+            gap = gap || sequence != lastSequence + 1;
+            lastSequence = sequence;
+            events.push_back(describe(n));
+        };
+    }
+    std::vector<std::string> taken() {
+        std::lock_guard<std::mutex> lock(eventsMutex);
+        EXPECT_FALSE(gap);
+        return events;
+    }
+};
+
+TEST(NamePatternTest, StarsMatchRunsOfCharacters) {
+    struct Row { const char* pattern; const char* name; bool matches; };
+    const Row rows[] = {
+        {"*", "anything", true},          {"**", "x", true},
+        {"Key", "Key", true},             {"Key", "KeyValue", false},
+        {"Key*", "KeyValue", true},       {"Key*", "Key", true},
+        {"Key*", "key", false},           {"*Store", "KeyStore", true},
+        {"*Store", "StoreKey", false},    {"a*b*c", "axxbyyc", true},
+        {"a*b*c", "axxbyy", false},       {"a*c", "abcbc", true},
+        {"", "", true},                   {"", "x", false},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(NamePattern(row.pattern).matches(row.name), row.matches) << row.pattern << " / " << row.name;
+    }
+}
+
+TEST(DirectoryCoreTest, ListsItselfAsTheDirectoryAtTheWellKnownAddress) {
+    DirectoryCore directory;
+    const auto self = core::transport::getWellKnowAddressFor(1).getUUID();
+    EXPECT_EQ(directory.queryByName("directory"), std::vector<boost::uuids::uuid>{self});
+    auto entry = directory.lookup(self, APIVersion(0));
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->name, "directory");
+    EXPECT_EQ(entry->methods.at("request"), core::transport::getWellKnowAddressFor(1));
+    EXPECT_THROW(directory.deregisterInstance(self), std::invalid_argument);
+}
+
+TEST(DirectoryCoreTest, QueriesByPatternAndByEveryMetadataPair) {
+    DirectoryCore directory;
+    auto a = instance("KeyValue", {{"spf.wireFormat", "avro"}, {"tier", "gold"}});
+    auto b = instance("KeyValueMirror", {{"spf.wireFormat", "avro"}, {"tier", "silver"}});
+    auto c = instance("Clock", {{"spf.wireFormat", "avro"}});
+    for (const auto& i : {a, b, c}) {
+        directory.registerInstance(i);
+    }
+    EXPECT_EQ(directory.queryByName("*").size(), 4u);  // with the directory itself
+    EXPECT_EQ(directory.queryByName("KeyValue"), std::vector<boost::uuids::uuid>{a.instance});
+    EXPECT_EQ(directory.queryByName("KeyValue*").size(), 2u);
+    EXPECT_EQ(directory.queryByName("*Mirror"), std::vector<boost::uuids::uuid>{b.instance});
+    EXPECT_TRUE(directory.queryByName("Nothing").empty());
+    EXPECT_EQ(directory.queryByMetadata("*", {{"spf.wireFormat", "avro"}}).size(), 3u);
+    EXPECT_EQ(directory.queryByMetadata("*", {{"spf.wireFormat", "avro"}, {"tier", "gold"}}),
+              std::vector<boost::uuids::uuid>{a.instance});
+    EXPECT_TRUE(directory.queryByMetadata("Clock", {{"tier", "gold"}}).empty());
+}
+
+TEST(DirectoryCoreTest, RefusesNamelessDuplicateAndNilInstances) {
+    DirectoryCore directory;
+    auto a = instance("KeyValue");
+    directory.registerInstance(a);
+    try {
+        directory.registerInstance(a);
+        FAIL();
+    } catch (const std::invalid_argument& e) {
+        EXPECT_EQ(std::string(e.what()), "Service instance " + boost::uuids::to_string(a.instance) +
+                                             " is already registered");
+    }
+    auto nameless = instance("");
+    EXPECT_THROW(directory.registerInstance(nameless), std::invalid_argument);
+    auto nil = instance("X");
+    nil.instance = {};
+    EXPECT_THROW(directory.registerInstance(nil), std::invalid_argument);
+    EXPECT_EQ(directory.size(), 2u);
+}
+
+TEST(DirectoryCoreTest, LookupHonoursMajorVersionsAndTreatsZeroAsAny) {
+    DirectoryCore directory;
+    auto v2 = instance("Versioned");
+    v2.version = APIVersion(2, 3);
+    auto unversioned = instance("Old");
+    directory.registerInstance(v2);
+    directory.registerInstance(unversioned);
+
+    EXPECT_EQ(directory.lookup(v2.instance, APIVersion(0))->version, APIVersion(2, 3));
+    EXPECT_EQ(directory.lookup(v2.instance, APIVersion(2))->version, APIVersion(2, 3));
+    EXPECT_TRUE(directory.lookup(v2.instance, APIVersion(2, 3)));
+    EXPECT_FALSE(directory.lookup(v2.instance, APIVersion(2, 4)));
+    EXPECT_FALSE(directory.lookup(v2.instance, APIVersion(1)));
+    EXPECT_FALSE(directory.lookup(v2.instance, APIVersion(3)));
+    // The consumer's second attempt after getting version 0 back.
+    EXPECT_EQ(directory.lookup(unversioned.instance, APIVersion(0))->version, APIVersion(0));
+    EXPECT_EQ(directory.lookup(unversioned.instance, APIVersion(1))->version, APIVersion(1));
+    EXPECT_FALSE(directory.lookup(randomId(), APIVersion(0)));
+}
+
+TEST(DirectoryCoreTest, RetrospectiveSubscriptionHearsRunningInstancesFirstThenChangesInOrder) {
+    DirectoryCore directory;
+    auto a = instance("A");
+    directory.registerInstance(a);
+    Recorder all, filtered, plain;
+    directory.subscribe({}, true, all.sink());
+    directory.subscribe({std::string("B*"), DirectoryCore::Metadata{{"k", "v"}}}, true, filtered.sink());
+    directory.subscribe({}, false, plain.sink());
+    auto b = instance("B", {{"k", "v"}});
+    auto b2 = instance("B2", {{"k", "other"}});
+    directory.registerInstance(b);
+    directory.registerInstance(b2);
+    directory.deregisterInstance(a.instance);
+    directory.deregisterInstance(b.instance);
+    directory.shutDown();
+
+    EXPECT_EQ(all.taken(), (std::vector<std::string>{"started A", "started directory", "started B", "started B2",
+                                                      "stopped A", "stopped B", "stopped directory"}));
+    EXPECT_EQ(filtered.taken(), (std::vector<std::string>{"started B", "stopped B"}));
+    EXPECT_EQ(plain.taken(), (std::vector<std::string>{"started B", "started B2", "stopped A", "stopped B",
+                                                        "stopped directory"}));
+    EXPECT_THROW(directory.registerInstance(instance("late")), std::invalid_argument);
+}
+
+TEST(DirectoryCoreTest, NodeGoneRemovesExactlyItsInstancesAndSubscriptions) {
+    DirectoryCore directory;
+    const auto node = randomId();
+    auto mine1 = instance("Mine", {}, node);
+    auto mine2 = instance("Mine", {}, node);
+    auto other = instance("Other");
+    Recorder watcher, nodesOwn;
+    directory.subscribe({}, false, watcher.sink());
+    directory.subscribe({}, false, nodesOwn.sink(), node);
+    for (const auto& i : {mine1, mine2, other}) {
+        directory.registerInstance(i);
+    }
+    auto removed = directory.deregisterNode(node);
+    EXPECT_EQ(removed.size(), 2u);
+    EXPECT_EQ(directory.queryByName("*").size(), 2u);
+    EXPECT_EQ(directory.subscriptionCount(), 1u);
+    EXPECT_EQ(watcher.taken(), (std::vector<std::string>{"started Mine", "started Mine", "started Other",
+                                                         "stopped Mine", "stopped Mine"}));
+    EXPECT_EQ(nodesOwn.taken().size(), 3u);  // it left before its own instances went
+    EXPECT_TRUE(directory.deregisterNode(node).empty());
+}
+
+TEST(DirectoryCoreTest, SinkMayCallBackIntoTheDirectory) {
+    DirectoryCore directory;
+    Recorder later;
+    boost::uuids::uuid own{};
+    own = directory.subscribe({std::string("Trigger"), boost::none}, false,
+                              [&](const ServiceNotification& n, std::uint64_t) {
+                                  if (describe(n) == "started Trigger") {
+                                      directory.registerInstance(instance("Echo"));
+                                      directory.unsubscribe(own);
+                                  }
+                              });
+    directory.subscribe({}, false, later.sink());
+    directory.registerInstance(instance("Trigger"));
+    EXPECT_EQ(later.taken(), (std::vector<std::string>{"started Trigger", "started Echo"}));
+    EXPECT_EQ(directory.subscriptionCount(), 1u);
+}
+
+TEST(DirectoryCoreTest, ConcurrentChangesReachEverySubscriberOnceInOneOrder) {
+    DirectoryCore directory;
+    Recorder first, second;
+    directory.subscribe({}, false, first.sink());
+    directory.subscribe({}, false, second.sink());
+    constexpr int kThreads = 8, kEach = 200;
+    testing::StartBarrier start(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            start.arrive_and_wait();
+            for (int i = 0; i < kEach; ++i) {
+                auto entry = instance("S" + std::to_string(t));
+                directory.registerInstance(entry);
+                directory.queryByName("S*");
+                EXPECT_TRUE(directory.deregisterInstance(entry.instance));
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    const auto seen = first.taken();
+    EXPECT_EQ(seen.size(), 2u * kThreads * kEach);
+    EXPECT_EQ(seen, second.taken());
+    EXPECT_EQ(directory.size(), 1u);
+}
+
+}  // namespace
+}  // namespace agent::directory
