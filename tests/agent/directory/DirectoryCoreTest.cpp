@@ -28,7 +28,7 @@ struct Recorder {
     bool gap = false;
 
     DirectoryCore::Sink sink() {
-        return [this](const ServiceNotification& n, std::uint64_t sequence) {
+        return [this](const boost::uuids::uuid&, const ServiceNotification& n, std::uint64_t sequence) {
             std::lock_guard<std::mutex> lock(eventsMutex);
             gap = gap || sequence != lastSequence + 1;
             lastSequence = sequence;
@@ -178,7 +178,7 @@ TEST(DirectoryCoreTest, SinkMayCallBackIntoTheDirectory) {
     Recorder later;
     boost::uuids::uuid own{};
     own = directory.subscribe({std::string("Trigger"), boost::none}, false,
-                              [&](const ServiceNotification& n, std::uint64_t) {
+                              [&](const boost::uuids::uuid&, const ServiceNotification& n, std::uint64_t) {
                                   if (describe(n) == "started Trigger") {
                                       directory.registerInstance(instance("Echo"));
                                       directory.unsubscribe(own);

@@ -192,7 +192,7 @@ DirectoryCore::Uuid DirectoryCore::subscribe(const Filter& filter, bool retrospe
                 for (const auto& instanceId : instances) {
                     const auto& instance = instances_.at(instanceId);
                     if (admits(filter, instance)) {
-                        outbox_.push_back({subscription.sink,
+                        outbox_.push_back({id, subscription.sink,
                                            ServiceStartedNotification{instance.name, instance.instance},
                                            ++subscription.sent});
                     }
@@ -258,7 +258,7 @@ void DirectoryCore::queueLocked(const ServiceInstanceInfo& instance, bool starte
         ServiceNotification notification = started
             ? ServiceNotification(ServiceStartedNotification{instance.name, instance.instance})
             : ServiceNotification(ServiceStoppedNotification{instance.name, instance.instance});
-        outbox_.push_back({subscription.sink, std::move(notification), ++subscription.sent});
+        outbox_.push_back({id, subscription.sink, std::move(notification), ++subscription.sent});
     }
 }
 
@@ -273,7 +273,7 @@ void DirectoryCore::drain() {
         outbox_.pop_front();
         lock.unlock();
         try {
-            (*next.sink)(next.notification, next.sequence);
+            (*next.sink)(next.subscription, next.notification, next.sequence);
         } catch (const std::exception& e) {
             FOUNDATION_LOG(directoryLogger(), error) << "A directory subscriber failed: " << e.what();
         } catch (...) {

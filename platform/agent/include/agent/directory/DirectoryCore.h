@@ -44,7 +44,8 @@ public:
     using Uuid = boost::uuids::uuid;
     using Metadata = std::map<std::string, std::string>;
     // Receives one subscription's notifications; `sequence` counts them from 1.
-    using Sink = std::function<void(const directoryinterfaces::ServiceNotification&, std::uint64_t sequence)>;
+    using Sink = std::function<void(const Uuid& subscription, const directoryinterfaces::ServiceNotification&,
+                                    std::uint64_t sequence)>;
 
     // Which instances a subscription hears of: names matching `serviceName` (a
     // NamePattern; none = all) whose metadata holds every pair of `metadata`.
@@ -112,6 +113,7 @@ private:
         std::uint64_t sent = 0;
     };
     struct Pending {
+        Uuid subscription;
         std::shared_ptr<const Sink> sink;
         directoryinterfaces::ServiceNotification notification;
         std::uint64_t sequence;
