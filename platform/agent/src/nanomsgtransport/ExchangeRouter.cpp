@@ -23,6 +23,7 @@ constexpr std::size_t kRemovedPipesRemembered = 4096;
 // probes in a row this long each mean it has stopped accepting.
 constexpr nng_duration kProbeWaitMs = 1000;
 constexpr unsigned kProbesBeforeRestart = 2;
+constexpr nng_duration kProbeSliceMs = 50;
 
 std::string text(const boost::uuids::uuid& id) {
     return boost::uuids::to_string(id);
@@ -40,11 +41,19 @@ Exchange::Router::Router() {
     nng_socket_set_int(socket_, NNG_OPT_SENDBUF, 8192);
     nng_socket_set_int(socket_, NNG_OPT_RECVBUF, 1024);
     nng_socket_set_size(socket_, NNG_OPT_RECVMAXSZ, Envelope::kMaxFrameSize);
-    nng_pipe_notify(socket_, NNG_PIPE_EV_REM_POST, &Router::onPipeEvent, this);
+    try {
+        pipeEvents_.attach(socket_, {NNG_PIPE_EV_REM_POST},
+                           [this](std::uint32_t pipe, nng_pipe_ev event) { onPipeEvent(pipe, event); });
+    } catch (const std::exception&) {
+        nng_close(socket_);
+        throw std::runtime_error(nngFailure("Cannot open the exchange socket", NNG_ENOMEM));
+    }
     if (int rv = nng_aio_alloc(&receiveAio_, &Router::onReceive, this); rv != 0) {
         nng_close(socket_);
+        pipeEvents_.detach();
         throw std::runtime_error(nngFailure("Cannot open the exchange socket", rv));
     }
+    sender_.open(socket_);
     housekeeper_ = std::thread([this] { housekeeping(); });
     nng_recv_aio(socket_, receiveAio_);
 }
@@ -101,10 +110,11 @@ void Exchange::Router::close() {
         }
         closed_ = true;
     }
-    // Stop our aio before closing: nng 1.5.2 may touch a freed socket when an aio still
-    // queued on it is stopped after nng_close. Once stopped it never starts again.
+    // Nobody may be inside nng on this socket when it closes (SocketSender.h): senders
+    // first, then the receive callback (once stopped, the aio never starts again), then
+    // the housekeeper, which also owns the listeners.
+    sender_.close();
     nng_aio_stop(receiveAio_);
-    nng_close(socket_);
     {
         std::lock_guard<std::mutex> lock(eventsMutex_);
         stopping_ = true;
@@ -113,6 +123,8 @@ void Exchange::Router::close() {
     if (housekeeper_.joinable()) {
         housekeeper_.join();
     }
+    nng_close(socket_);
+    pipeEvents_.detach();
     nng_aio_free(receiveAio_);
     receiveAio_ = nullptr;
     std::lock_guard<std::mutex> lock(routingMutex_);
@@ -156,16 +168,15 @@ void Exchange::Router::onReceive(void* arg) noexcept {
     nng_recv_aio(self->socket_, self->receiveAio_);
 }
 
-void Exchange::Router::onPipeEvent(nng_pipe pipe, nng_pipe_ev event, void* arg) noexcept {
+void Exchange::Router::onPipeEvent(std::uint32_t pipe, nng_pipe_ev event) noexcept {
     // Runs on nng's reaper thread: only record the event.
-    auto* self = static_cast<Router*>(arg);
     try {
-        std::lock_guard<std::mutex> lock(self->eventsMutex_);
-        self->events_.push_back(PipeEvent{static_cast<std::uint32_t>(nng_pipe_id(pipe)), event});
+        std::lock_guard<std::mutex> lock(eventsMutex_);
+        events_.push_back(PipeEvent{pipe, event});
     } catch (...) {
         return;
     }
-    self->eventsChanged_.notify_one();
+    eventsChanged_.notify_one();
 }
 
 Exchange::Router::Container* Exchange::Router::containerFor(std::uint32_t pipe) {
@@ -397,11 +408,10 @@ void Exchange::Router::dropContainer(std::uint32_t pipe, Outbox& out) {
 
 void Exchange::Router::send(Outbox& out) noexcept {
     for (nng_msg* frame : out) {
-        if (int rv = nng_sendmsg(socket_, frame, 0); rv != 0) {
-            nng_msg_free(frame);
-            if (rv != NNG_ECLOSED) {
-                FOUNDATION_LOG(exchangeLogger(), severity::error) << nngFailure("Sending a frame failed", rv);
-            }
+        // Raw REP queues up to NNG_OPT_SENDBUF frames for its pipes; the credit window keeps
+        // us far below that, so this blocks only in pathological cases (and close cuts it).
+        if (int rv = sender_.send(frame, NNG_DURATION_INFINITE); rv != 0 && rv != NNG_ECLOSED && rv != NNG_ECANCELED) {
+            FOUNDATION_LOG(exchangeLogger(), severity::error) << nngFailure("Sending a frame failed", rv);
         }
     }
     out.clear();
@@ -486,6 +496,11 @@ void Exchange::Router::probeListeners() {
     }
 }
 
+bool Exchange::Router::stopRequested() {
+    std::lock_guard<std::mutex> lock(eventsMutex_);
+    return stopping_;
+}
+
 bool Exchange::Router::probe(const std::string& url) {
     // A Hello through the listener must come back as a Welcome: on a stuck ipc listener
     // the dialer side still completes its handshake, so only a round trip tells.
@@ -493,8 +508,11 @@ bool Exchange::Router::probe(const std::string& url) {
     if (nng_req0_open_raw(&probe) != 0) {
         return true;  // cannot tell; do not disturb the listener
     }
+    // The Hello waits in the socket until the dialer connects; the answer is awaited in
+    // slices so that close() is never held up for long by a stuck listener.
+    nng_socket_set_int(probe, NNG_OPT_SENDBUF, 1);
     nng_socket_set_ms(probe, NNG_OPT_SENDTIMEO, kProbeWaitMs);
-    nng_socket_set_ms(probe, NNG_OPT_RECVTIMEO, kProbeWaitMs);
+    nng_socket_set_ms(probe, NNG_OPT_RECVTIMEO, kProbeSliceMs);
     bool alive = true;
     try {
         Envelope hello;
@@ -506,8 +524,20 @@ bool Exchange::Router::probe(const std::string& url) {
             nng_sendmsg(probe, frame.get(), 0) == 0) {
             frame.release();
             alive = false;
-            nng_msg* answer = nullptr;
-            while (!alive && nng_recvmsg(probe, &answer, 0) == 0) {
+            const auto giveUp = std::chrono::steady_clock::now() + std::chrono::milliseconds(kProbeWaitMs);
+            while (!alive && std::chrono::steady_clock::now() < giveUp) {
+                if (stopRequested()) {
+                    alive = true;  // no verdict; the exchange is closing anyway
+                    break;
+                }
+                nng_msg* answer = nullptr;
+                const int rv = nng_recvmsg(probe, &answer, 0);
+                if (rv == NNG_ETIMEDOUT) {
+                    continue;
+                }
+                if (rv != 0) {
+                    break;
+                }
                 NngMessagePtr owned(answer);
                 const auto envelope = decodeEnvelope(static_cast<const std::uint8_t*>(nng_msg_body(answer)),
                                                      nng_msg_len(answer));

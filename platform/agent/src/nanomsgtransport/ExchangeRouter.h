@@ -3,6 +3,8 @@
 #include "agent/nanomsgtransport/Envelope.h"
 #include "agent/nanomsgtransport/Exchange.h"
 #include "nanomsgtransport/Frame.h"
+#include "nanomsgtransport/PipeEventRelay.h"
+#include "nanomsgtransport/SocketSender.h"
 
 #include <boost/functional/hash.hpp>
 #include <boost/uuid/uuid.hpp>
@@ -24,6 +26,10 @@
 namespace agent::nanomsgtransport {
 
 // The exchange's machinery behind Exchange (see Exchange.h and Envelope.h).
+//
+// close() quiesces every user of the socket before nng_close, because nng 1.5.2 strands an
+// operation that enters a socket while it closes (see SocketSender.h): sends are cut off,
+// the receive aio is stopped, the housekeeper is joined, then the socket is closed.
 class Exchange::Router {
 public:
     Router();
@@ -79,7 +85,7 @@ private:
     using Outbox = std::vector<nng_msg*>;
 
     static void onReceive(void* self) noexcept;
-    static void onPipeEvent(nng_pipe pipe, nng_pipe_ev event, void* self) noexcept;
+    void onPipeEvent(std::uint32_t pipe, nng_pipe_ev event) noexcept;
 
     // Call with routingMutex_ held. Takes ownership of `frame`.
     void route(nng_msg* frame, Outbox& out);
@@ -104,9 +110,12 @@ private:
     void housekeeping();
     void probeListeners();
     bool probe(const std::string& url);
+    bool stopRequested();
 
     nng_socket socket_{};
     nng_aio* receiveAio_ = nullptr;
+    PipeEventRelay pipeEvents_;
+    SocketSender sender_;
 
     mutable std::mutex routingMutex_;
     std::unordered_map<std::uint32_t, Container> containers_;

@@ -67,13 +67,21 @@ void TransportCore::connect(const std::string& endpoint) {
         throw std::runtime_error(nngFailure(failurePrefix, rv));
     }
     nng_socket_set_ms(socket, NNG_OPT_SENDTIMEO, static_cast<nng_duration>(connectTimeout_.count()));
-    nng_pipe_notify(socket, NNG_PIPE_EV_ADD_POST, &TransportCore::onPipeEvent, this);
-    nng_pipe_notify(socket, NNG_PIPE_EV_REM_POST, &TransportCore::onPipeEvent, this);
+    try {
+        pipeEvents_.attach(socket, {NNG_PIPE_EV_ADD_POST, NNG_PIPE_EV_REM_POST},
+                           [this](std::uint32_t, nng_pipe_ev event) { onPipeEvent(event); });
+    } catch (const std::exception&) {
+        nng_close(socket);
+        pipeEvents_.detach();
+        throw std::runtime_error(failurePrefix + ": out of memory");
+    }
     if (nng_aio_alloc(&receiveAio_, &TransportCore::onReceive, this) != 0) {
         nng_close(socket);
+        pipeEvents_.detach();
         throw std::runtime_error(failurePrefix + ": out of memory");
     }
     socketId_ = socket.id;
+    sender_.open(socket);
     endpoint_ = endpoint;
     {
         std::lock_guard<std::mutex> lock(pendingMutex_);
@@ -146,14 +154,13 @@ void TransportCore::disconnect(bool orderly) {
 void TransportCore::closeConnection() {
     state_ = State::Closing;
     acceptingRequests_ = false;
-    // Our aios first: nng 1.5.2 may touch a freed socket when an aio still queued on it
-    // is stopped after nng_close, and once stopped an aio never starts again. nng_close
-    // does not wait for the peer, so a stopped exchange cannot hold us here.
+    // Nobody may be inside nng on this socket when it closes (SocketSender.h), so every
+    // user goes first: the receive callback (once stopped, the aio never starts again),
+    // then every sender (callers, pool tasks, the housekeeper), then the housekeeper.
     if (receiveAio_ != nullptr) {
         nng_aio_stop(receiveAio_);
     }
-    nng_close(socketOf(socketId_.load()));
-    pipeUp_ = false;
+    sender_.close();
     {
         std::lock_guard<std::mutex> lock(pendingMutex_);
         stopping_ = true;
@@ -162,6 +169,10 @@ void TransportCore::closeConnection() {
     if (housekeeper_.joinable()) {
         housekeeper_.join();
     }
+    // Does not wait for the peer, so a stopped exchange cannot hold us here.
+    nng_close(socketOf(socketId_.load()));
+    pipeEvents_.detach();
+    pipeUp_ = false;
     if (receiveAio_ != nullptr) {
         nng_aio_free(receiveAio_);
         receiveAio_ = nullptr;
@@ -289,10 +300,8 @@ int TransportCore::sendFrame(Envelope envelope, const void* payload, std::size_t
         unreportedCredit_ += envelope.credit;
         return NNG_ENOMEM;
     }
-    const int rv = nng_sendmsg(socketOf(socketId_.load()), frame.get(), 0);
-    if (rv == 0) {
-        frame.release();
-    } else {
+    const int rv = sender_.send(frame.release(), static_cast<nng_duration>(connectTimeout_.count()));
+    if (rv != 0) {
         unreportedCredit_ += envelope.credit;
     }
     return rv;
@@ -397,9 +406,7 @@ void TransportCore::maybeSendCredit() noexcept {
         return;
     }
     try {
-        auto frame = makeFrame(envelope, nullptr, 0);
-        if (nng_sendmsg(socketOf(socketId_.load()), frame.get(), NNG_FLAG_NONBLOCK) == 0) {
-            frame.release();
+        if (sender_.send(makeFrame(envelope, nullptr, 0).release(), NNG_DURATION_ZERO) == 0) {
             return;
         }
     } catch (const std::exception&) {
@@ -476,17 +483,16 @@ void TransportCore::serve(const Envelope& request, const Message& payload) {
     }
 }
 
-void TransportCore::onPipeEvent(nng_pipe, nng_pipe_ev event, void* arg) noexcept {
+void TransportCore::onPipeEvent(nng_pipe_ev event) noexcept {
     // Runs on nng's threads: record the event, act on the housekeeping thread.
-    auto* self = static_cast<TransportCore*>(arg);
-    self->pipeUp_ = event == NNG_PIPE_EV_ADD_POST;
+    pipeUp_ = event == NNG_PIPE_EV_ADD_POST;
     try {
-        std::lock_guard<std::mutex> lock(self->pendingMutex_);
-        self->events_.push_back(PipeEvent{event});
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        events_.push_back(PipeEvent{event});
     } catch (...) {
         return;
     }
-    self->housekeeperWake_.notify_all();
+    housekeeperWake_.notify_all();
 }
 
 void TransportCore::housekeeping() {

@@ -5,6 +5,8 @@
 #include "agent/core/transport/ReplyFuture.h"
 #include "agent/core/transport/RequestHandler.h"
 #include "agent/nanomsgtransport/Envelope.h"
+#include "nanomsgtransport/PipeEventRelay.h"
+#include "nanomsgtransport/SocketSender.h"
 
 #include "foundation/concurrent/threadpool/ThreadPool.h"
 
@@ -36,6 +38,12 @@ namespace agent::nanomsgtransport {
 // go out at once, and the single request timer.
 // Pool tasks hold a shared_ptr to it, so it outlives the transport object if they run
 // late; after disconnect they find the socket closed and drop their replies.
+//
+// Teardown (closeConnection) quiesces every user of the socket before nng_close, because
+// nng 1.5.2 strands an operation that enters a socket while it closes (see
+// SocketSender.h): the receive aio is stopped, every send is cut off through the
+// SocketSender, the housekeeper is joined, and only then is the socket closed; pipe events
+// reach us through a PipeEventRelay, so a late one finds nothing.
 class TransportCore : public std::enable_shared_from_this<TransportCore> {
 public:
     using Clock = std::chrono::steady_clock;
@@ -73,10 +81,10 @@ private:
     };
 
     static void onReceive(void* self) noexcept;
-    static void onPipeEvent(nng_pipe pipe, nng_pipe_ev event, void* self) noexcept;
+    void onPipeEvent(nng_pipe_ev event) noexcept;
 
     // Sends one frame, reporting our credit. Blocks on back-pressure up to the connect
-    // timeout. Returns 0 or nng's error.
+    // timeout. Returns 0 or nng's error (NNG_ECLOSED once closing has begun).
     int sendFrame(Envelope envelope, const void* payload, std::size_t size) noexcept;
     // A request to the exchange itself (Hello, Register): its answer completes the future.
     core::transport::ReplyFuture sendControl(FrameKind kind, const boost::uuids::uuid& address);
@@ -105,6 +113,8 @@ private:
     std::string endpoint_;
     nng_aio* receiveAio_ = nullptr;
     std::thread housekeeper_;
+    PipeEventRelay pipeEvents_;
+    SocketSender sender_;
 
     std::atomic<State> state_{State::Idle};
     std::atomic<std::uint32_t> socketId_{0};
