@@ -218,5 +218,20 @@ TEST(DirectoryCoreTest, ConcurrentChangesReachEverySubscriberOnceInOneOrder) {
     EXPECT_EQ(directory.size(), 1u);
 }
 
+TEST(DirectoryCoreTest, TenThousandInstancesAreListedQueriedAndWithdrawnByNode) {
+    DirectoryCore directory;
+    const auto node = randomId();
+    for (int i = 0; i < 10000; ++i) {
+        directory.registerInstance(instance("Service" + std::to_string(i % 100),
+                                            {{"shard", std::to_string(i % 10)}}, node));
+    }
+    EXPECT_EQ(directory.queryByName("*").size(), 10001u);
+    EXPECT_EQ(directory.queryByName("Service7*").size(), 1100u);  // 7 and 70..79
+    EXPECT_EQ(directory.queryByMetadata("*", {{"shard", "3"}}).size(), 1000u);
+    EXPECT_EQ(directory.queryByMetadata("Service13", {{"shard", "3"}}).size(), 100u);
+    EXPECT_EQ(directory.deregisterNode(node).size(), 10000u);
+    EXPECT_EQ(directory.size(), 1u);
+}
+
 }  // namespace
 }  // namespace agent::directory
