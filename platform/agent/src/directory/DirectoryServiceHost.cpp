@@ -79,8 +79,14 @@ DirectoryServiceHost::~DirectoryServiceHost() {
 
 void DirectoryServiceHost::start() {
     const auto address = core::transport::getWellKnowAddressFor(core::transport::WellKnownAddressName::Directory);
+    // The handler holds what it uses, not the host: a request already handed to it may
+    // still run after stop has unregistered it.
     transport_.registerHandler(
-        address, [this](const Message& request) { return handle(request); }, address.getUUID());
+        address,
+        [directory = directory_, sender = sender_](const Message& request) {
+            return handle(*directory, sender, request);
+        },
+        address.getUUID());
 }
 
 std::vector<directoryinterfaces::ServiceInstanceInfo> DirectoryServiceHost::nodeGone(const boost::uuids::uuid& node) {
@@ -99,7 +105,8 @@ void DirectoryServiceHost::stop(std::chrono::milliseconds flushTimeout) {
     }
 }
 
-Message DirectoryServiceHost::handle(const Message& message) {
+Message DirectoryServiceHost::handle(DirectoryCore& directory, const std::shared_ptr<Sender>& sender,
+                                     const Message& message) {
     protocol::Request request;
     try {
         request = protocol::decodeRequest(message);
@@ -108,31 +115,31 @@ Message DirectoryServiceHost::handle(const Message& message) {
         throw;
     }
     if (auto* r = boost::get<protocol::RegisterRequest>(&request)) {
-        directory_->registerInstance(std::move(r->instance));
+        directory.registerInstance(std::move(r->instance));
         return protocol::encode(protocol::Reply(protocol::DoneReply{true}));
     }
     if (auto* r = boost::get<protocol::DeregisterRequest>(&request)) {
-        return protocol::encode(protocol::Reply(protocol::DoneReply{directory_->deregisterInstance(r->instance)}));
+        return protocol::encode(protocol::Reply(protocol::DoneReply{directory.deregisterInstance(r->instance)}));
     }
     if (auto* r = boost::get<protocol::QueryRequest>(&request)) {
-        auto found = r->metadata ? directory_->queryByMetadata(r->pattern, *r->metadata)
-                                 : directory_->queryByName(r->pattern);
+        auto found = r->metadata ? directory.queryByMetadata(r->pattern, *r->metadata)
+                                 : directory.queryByName(r->pattern);
         return protocol::encode(protocol::Reply(protocol::UuidsReply{std::move(found)}));
     }
     if (auto* r = boost::get<protocol::LookupRequest>(&request)) {
-        return protocol::encode(protocol::Reply(protocol::FoundReply{directory_->lookup(r->instance, r->version)}));
+        return protocol::encode(protocol::Reply(protocol::FoundReply{directory.lookup(r->instance, r->version)}));
     }
     if (auto* r = boost::get<protocol::SubscribeRequest>(&request)) {
         if (!r->callback.isValid()) {
             throw std::invalid_argument("Subscription needs a callback address");
         }
-        std::weak_ptr<Sender> sender = sender_;
+        std::weak_ptr<Sender> weakSender = sender;
         const Address callback = r->callback;
-        auto subscription = directory_->subscribe(
+        auto subscription = directory.subscribe(
             DirectoryCore::Filter{r->serviceName, r->metadata}, r->retrospectively,
-            [sender, callback](const boost::uuids::uuid& id, const directoryinterfaces::ServiceNotification& n,
+            [weakSender, callback](const boost::uuids::uuid& id, const directoryinterfaces::ServiceNotification& n,
                                std::uint64_t sequence) {
-                if (auto live = sender.lock()) {
+                if (auto live = weakSender.lock()) {
                     live->send(callback, protocol::NotificationMessage{id, sequence, n});
                 }
             },
@@ -140,7 +147,7 @@ Message DirectoryServiceHost::handle(const Message& message) {
         return protocol::encode(protocol::Reply(protocol::SubscribedReply{subscription}));
     }
     const auto& r = boost::get<protocol::UnsubscribeRequest>(request);
-    return protocol::encode(protocol::Reply(protocol::DoneReply{directory_->unsubscribe(r.subscription)}));
+    return protocol::encode(protocol::Reply(protocol::DoneReply{directory.unsubscribe(r.subscription)}));
 }
 
 }  // namespace agent::directory

@@ -50,7 +50,8 @@ public:
 private:
     class Sender;
 
-    core::transport::Message handle(const core::transport::Message& request);
+    static core::transport::Message handle(DirectoryCore& directory, const std::shared_ptr<Sender>& sender,
+                                           const core::transport::Message& request);
 
     std::shared_ptr<DirectoryCore> directory_;
     core::transport::Transport& transport_;
