@@ -1,0 +1,242 @@
+#include "agent/control/AgentRegistration.h"
+#include "agent/control/AgentRegistry.h"
+
+#include "agent/registry/RegistryTestSupport.h"
+
+#include "foundation/log/CaptureSink.h"
+#include "foundation/log/Sink.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+namespace agent::control {
+namespace {
+
+using testing::deadProcessID;
+using testing::ScratchFolder;
+using testing::writeFile;
+
+// A record file as another writer would leave it.
+std::string record(const std::string& name, pid_t pid, long long registered) {
+    return R"({"formatVersion":1,"name":")" + name + R"(","exchange":"ipc:///tmp/)" + name +
+           R"(","processID":)" + std::to_string(pid) + R"(,"mode":"korvexdrive","registered":)" +
+           std::to_string(registered) + "}";
+}
+
+std::vector<std::string> names(const std::vector<AgentInfo>& agents) {
+    std::vector<std::string> result;
+    for (const auto& agent : agents) {
+        result.push_back(agent.getName());
+    }
+    return result;
+}
+
+// Captures the registry's log lines, and keeps stderr quiet while a test provokes warnings.
+class AgentRegistryTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        foundation::log::removeSink(foundation::log::defaultStderrSink());
+        foundation::log::addSink(log_);
+    }
+    void TearDown() override {
+        foundation::log::removeSink(log_);
+        foundation::log::addSink(foundation::log::defaultStderrSink());
+    }
+
+    std::size_t skipped() const {
+        return log_->count([](const foundation::log::record& r) {
+            return r.text.find("Skipping the agent registry file") != std::string::npos;
+        });
+    }
+
+    ScratchFolder scratch_;
+    std::shared_ptr<foundation::log::capture_sink> log_ = std::make_shared<foundation::log::capture_sink>("agent::control");
+};
+
+TEST_F(AgentRegistryTest, RegistrationIsListedWhileItsObjectLives) {
+    const AgentInfo self("exchange-a", "ipc:///tmp/a.sock", ::getpid(), AgentMode::DesktopServices);
+    std::filesystem::path file;
+    {
+        AgentRegistration registration(scratch_.path() / "nested" / "root", self);
+        file = registration.path();
+        EXPECT_TRUE(std::filesystem::is_regular_file(file));
+        EXPECT_EQ(enumerateAllRunningAgents(scratch_.path() / "nested" / "root", 0), std::vector<AgentInfo>{self});
+    }
+    EXPECT_FALSE(std::filesystem::exists(file));
+    EXPECT_TRUE(enumerateAllRunningAgents(scratch_.path() / "nested" / "root", 0).empty());
+    // Only the entry itself was ever written: no temporary file is left behind.
+    EXPECT_TRUE(std::filesystem::is_empty(scratch_.path() / "nested" / "root"));
+}
+
+TEST_F(AgentRegistryTest, TwoRegistrationsOfOneProcessAreBothListed) {
+    AgentRegistration first(scratch_.path(), AgentInfo("one", "inproc://one", ::getpid(), AgentMode::KorvexDrive));
+    AgentRegistration second(scratch_.path(), AgentInfo("two", "inproc://two", ::getpid(), AgentMode::KorvexDrive));
+    EXPECT_NE(first.path(), second.path());
+    auto listed = names(enumerateAllRunningAgents(scratch_.path(), 0));
+    std::sort(listed.begin(), listed.end());
+    EXPECT_EQ(listed, (std::vector<std::string>{"one", "two"}));
+}
+
+TEST_F(AgentRegistryTest, EntryOfADeadProcessIsNotListedAndIsRemoved) {
+    const pid_t dead = deadProcessID();
+    AgentRegistration live(scratch_.path(), AgentInfo("live", "inproc://live", ::getpid(), AgentMode::KorvexDrive));
+    std::filesystem::path deadFile;
+    {
+        AgentRegistration crashed(scratch_.path(), AgentInfo("crashed", "inproc://crashed", dead, AgentMode::KorvexDrive));
+        deadFile = crashed.path();
+        EXPECT_EQ(names(enumerateAllRunningAgents(scratch_.path(), 0)), std::vector<std::string>{"live"});
+        EXPECT_FALSE(std::filesystem::exists(deadFile));
+        // Its destructor finds the file gone, which is no failure.
+    }
+    EXPECT_FALSE(log_->contains("Cannot remove"));
+    EXPECT_TRUE(log_->contains("whose process " + std::to_string(dead) + " is gone"));
+}
+
+TEST_F(AgentRegistryTest, ProcessOfAnotherUserCountsAsAlive) {
+    // Process 1 always exists; a process not ours answers kill(pid, 0) with EPERM unless we
+    // are root, and either answer means it runs.
+    writeFile(scratch_.path() / "agent-init.json", record("init", 1, 5));
+    EXPECT_EQ(names(enumerateAllRunningAgents(scratch_.path(), 0)), std::vector<std::string>{"init"});
+}
+
+TEST_F(AgentRegistryTest, OldestRegistrationComesFirstThenFileName) {
+    const auto self = ::getpid();
+    writeFile(scratch_.path() / "agent-c.json", record("newest", self, 300));
+    writeFile(scratch_.path() / "agent-b.json", record("tie-b", self, 200));
+    writeFile(scratch_.path() / "agent-a.json", record("tie-a", self, 200));
+    writeFile(scratch_.path() / "agent-z.json", record("oldest", self, 100));
+    EXPECT_EQ(names(enumerateAllRunningAgents(scratch_.path(), 0)),
+              (std::vector<std::string>{"oldest", "tie-a", "tie-b", "newest"}));
+}
+
+TEST_F(AgentRegistryTest, JunkInTheRootIsSkippedAndTheRestListed) {
+    const auto self = ::getpid();
+    const auto root = scratch_.path();
+    writeFile(root / "agent-good.json", record("good", self, 1));
+    writeFile(root / "agent-corrupt.json", R"({"formatVersion":1,"name":)");
+    writeFile(root / "agent-empty.json", "");
+    writeFile(root / "agent-huge.json", std::string(64 * 1024 + 1, ' '));
+    std::filesystem::create_directory(root / "agent-folder.json");
+    std::filesystem::create_symlink(root / "agent-good.json", root / "agent-link.json");
+    ASSERT_EQ(::mkfifo((root / "agent-fifo.json").c_str(), 0600), 0);
+    // Not registry files by name: never opened, so never reported.
+    writeFile(root / "README.txt", record("foreign", self, 1));
+    writeFile(root / ".agent-hidden.json", record("hidden", self, 1));
+    std::filesystem::create_directory(root / "subfolder");
+    writeFile(root / "subfolder" / "agent-deeper.json", record("deeper", self, 1));
+
+    EXPECT_EQ(names(enumerateAllRunningAgents(root, 1)), std::vector<std::string>{"good"});
+    for (const char* bad : {"agent-corrupt.json", "agent-empty.json", "agent-huge.json", "agent-folder.json",
+                            "agent-link.json", "agent-fifo.json"}) {
+        EXPECT_EQ(log_->count([&](const foundation::log::record& r) {
+                      return r.text.find(std::string("Skipping the agent registry file ") + (root / bad).string()) !=
+                             std::string::npos;
+                  }),
+                  1u)
+            << bad;
+    }
+    EXPECT_EQ(skipped(), 6u);
+    EXPECT_TRUE(log_->contains("agent-corrupt.json: Agent record is not valid JSON"));
+    EXPECT_TRUE(log_->contains("agent-huge.json: it is larger than 65536 bytes"));
+    EXPECT_TRUE(log_->contains("agent-folder.json: it is not a regular file"));
+    EXPECT_TRUE(log_->contains("agent-link.json: it is a symbolic link"));
+    // Junk is reported, never deleted: only entries of dead processes are.
+    EXPECT_TRUE(std::filesystem::exists(root / "agent-corrupt.json"));
+}
+
+TEST_F(AgentRegistryTest, MissingOrEmptyRootListsNothingQuietly) {
+    EXPECT_TRUE(enumerateAllRunningAgents(scratch_.path(), 3).empty());
+    EXPECT_TRUE(enumerateAllRunningAgents(scratch_.path() / "absent", 3).empty());
+    EXPECT_TRUE(enumerateAllRunningAgents("", 3).empty());
+    writeFile(scratch_.path() / "plain-file", "x");
+    EXPECT_TRUE(enumerateAllRunningAgents(scratch_.path() / "plain-file", 3).empty());
+    EXPECT_TRUE(log_->records().empty());
+}
+
+TEST_F(AgentRegistryTest, RegistrationRefusesIncompleteInfo) {
+    struct Row {
+        AgentInfo info;
+        const char* error;
+    };
+    const Row rows[] = {
+        {AgentInfo("", "inproc://x", ::getpid(), AgentMode::KorvexDrive), "Agent needs a name"},
+        {AgentInfo("x", "", ::getpid(), AgentMode::KorvexDrive), "Agent needs an exchange"},
+        {AgentInfo("x", "inproc://x", 0, AgentMode::KorvexDrive), "Agent needs a positive process ID"},
+        {AgentInfo("x", "inproc://x", -3, AgentMode::KorvexDrive), "Agent needs a positive process ID"},
+    };
+    for (const auto& row : rows) {
+        try {
+            AgentRegistration registration(scratch_.path(), row.info);
+            ADD_FAILURE() << "accepted " << row.error;
+        } catch (const std::invalid_argument& e) {
+            EXPECT_STREQ(e.what(), row.error);
+        }
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(scratch_.path()));
+}
+
+TEST_F(AgentRegistryTest, RegistrationUnderAFileFailsWithAClearError) {
+    writeFile(scratch_.path() / "blocker", "x");
+    try {
+        AgentRegistration registration(scratch_.path() / "blocker" / "root",
+                                       AgentInfo("x", "inproc://x", ::getpid(), AgentMode::KorvexDrive));
+        ADD_FAILURE() << "registered under a file";
+    } catch (const std::runtime_error& e) {
+        EXPECT_EQ(std::string(e.what()).rfind("Cannot create the agent registry folder " +
+                                                  (scratch_.path() / "blocker" / "root").string() + ": ",
+                                              0),
+                  0u)
+            << e.what();
+    }
+}
+
+TEST_F(AgentRegistryTest, ReadersNeverSeeAPartEntryWhileAgentsComeAndGo) {
+    constexpr int kWriters = 4;
+    constexpr int kReaders = 4;
+    constexpr int kRounds = 100;
+    testing::StartBarrier start(kWriters + kReaders);
+    std::atomic<int> writersDone{0};
+    std::atomic<std::size_t> maxListed{0};
+    std::vector<std::thread> threads;
+    for (int w = 0; w < kWriters; ++w) {
+        threads.emplace_back([&, w] {
+            start.arrive_and_wait();
+            for (int round = 0; round < kRounds; ++round) {
+                AgentRegistration registration(
+                    scratch_.path(), AgentInfo("writer-" + std::to_string(w), "inproc://w", ::getpid(), AgentMode::KorvexDrive));
+            }
+            ++writersDone;
+        });
+    }
+    for (int r = 0; r < kReaders; ++r) {
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            while (writersDone.load() < kWriters) {
+                const auto listed = enumerateAllRunningAgents(scratch_.path(), 0);
+                std::size_t seen = listed.size();
+                for (const auto& agent : listed) {
+                    EXPECT_EQ(agent.getName().rfind("writer-", 0), 0u);
+                    EXPECT_EQ(agent.getProcessID(), ::getpid());
+                }
+                auto previous = maxListed.load();
+                while (seen > previous && !maxListed.compare_exchange_weak(previous, seen)) {
+                }
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(skipped(), 0u);
+    EXPECT_LE(maxListed.load(), static_cast<std::size_t>(kWriters));
+    EXPECT_TRUE(std::filesystem::is_empty(scratch_.path()));
+}
+
+}  // namespace
+}  // namespace agent::control
