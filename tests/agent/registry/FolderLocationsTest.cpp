@@ -4,7 +4,12 @@
 
 #include "agent/registry/RegistryTestSupport.h"
 
+#include "foundation/log/CaptureSink.h"
+#include "foundation/log/Sink.h"
+
 #include <gtest/gtest.h>
+
+#include <memory>
 
 #include <stdexcept>
 
@@ -95,10 +100,18 @@ TEST(DesktopServicesRealmTest, NameComesFromTheEnvironmentWhenUsable) {
         const ScopedEnvironment realm("DESKTOPSERVICES_REALM", "blue");
         EXPECT_EQ(DesktopServicesRealm::nameFromEnvironment(), "blue");
     }
+    foundation::log::removeSink(foundation::log::defaultStderrSink());
+    auto log = std::make_shared<foundation::log::capture_sink>("agent::control");
+    foundation::log::addSink(log);
     for (const char* unusable : {"", "..", "a/b"}) {
         const ScopedEnvironment realm("DESKTOPSERVICES_REALM", unusable);
         EXPECT_EQ(DesktopServicesRealm::nameFromEnvironment(), "default") << unusable;
+        EXPECT_TRUE(log->contains(std::string("DESKTOPSERVICES_REALM \"") + unusable +
+                                  "\" is not a single folder name; using the realm \"default\""))
+            << unusable;
     }
+    foundation::log::removeSink(log);
+    foundation::log::addSink(foundation::log::defaultStderrSink());
 }
 
 TEST(DesktopServicesRealmTest, InstanceIsOneObjectNamedOnFirstUse) {
