@@ -63,7 +63,7 @@ TEST(EnvelopeTest, MalformedFramesAreRejectedWithTheirReason) {
         {with(0, 0), "Frame has envelope version 0; this exchange speaks version 1"},
         {with(0, 255), "Frame has envelope version 255; this exchange speaks version 1"},
         {with(1, 0), "Frame has unknown kind 0"},
-        {with(1, 10), "Frame has unknown kind 10"},
+        {with(1, 12), "Frame has unknown kind 12"},
         {with(2, 0x80), "Frame has unknown flags 0x8000"},
         {with(3, 0x02), "Frame has unknown flags 0x0002"},
     };

@@ -76,7 +76,7 @@ Envelope decodeEnvelope(const std::uint8_t* data, std::size_t size) {
         throw EnvelopeError("Frame of " + std::to_string(size) + " bytes is shorter than an envelope");
     }
     const auto kind = data[1];
-    if (kind < static_cast<std::uint8_t>(FrameKind::Hello) || kind > static_cast<std::uint8_t>(FrameKind::Credit)) {
+    if (kind < static_cast<std::uint8_t>(FrameKind::Hello) || kind > static_cast<std::uint8_t>(FrameKind::Farewell)) {
         throw EnvelopeError("Frame has unknown kind " + std::to_string(kind));
     }
     Envelope envelope;
@@ -104,6 +104,8 @@ const char* frameKindName(FrameKind kind) noexcept {
         case FrameKind::Reply: return "Reply";
         case FrameKind::Failure: return "Failure";
         case FrameKind::Credit: return "Credit";
+        case FrameKind::Goodbye: return "Goodbye";
+        case FrameKind::Farewell: return "Farewell";
     }
     return "unknown";
 }

@@ -1,5 +1,6 @@
 #include "nanomsgtransport/ExchangeRouter.h"
 
+#include "nanomsgtransport/AcceptedConnections.h"
 #include "nanomsgtransport/Loggers.h"
 
 #include "foundation/log/Severity.h"
@@ -24,6 +25,9 @@ constexpr std::size_t kRemovedPipesRemembered = 4096;
 constexpr nng_duration kProbeWaitMs = 1000;
 constexpr unsigned kProbesBeforeRestart = 2;
 constexpr nng_duration kProbeSliceMs = 50;
+// Connections shut down from our side end as soon as nng reads the end of the stream.
+constexpr std::chrono::milliseconds kDrainWait{2000};
+constexpr std::chrono::milliseconds kDrainRescan{50};
 
 std::string text(const boost::uuids::uuid& id) {
     return boost::uuids::to_string(id);
@@ -42,8 +46,8 @@ Exchange::Router::Router() {
     nng_socket_set_int(socket_, NNG_OPT_RECVBUF, 1024);
     nng_socket_set_size(socket_, NNG_OPT_RECVMAXSZ, Envelope::kMaxFrameSize);
     try {
-        pipeEvents_.attach(socket_, {NNG_PIPE_EV_REM_POST},
-                           [this](std::uint32_t pipe, nng_pipe_ev event) { onPipeEvent(pipe, event); });
+        pipeEvents_.attach(socket_, {NNG_PIPE_EV_ADD_PRE, NNG_PIPE_EV_REM_POST},
+                           [this](nng_pipe pipe, nng_pipe_ev event) { onPipeEvent(pipe, event); });
     } catch (const std::exception&) {
         nng_close(socket_);
         throw std::runtime_error(nngFailure("Cannot open the exchange socket", NNG_ENOMEM));
@@ -84,9 +88,9 @@ std::string Exchange::Router::listen(const std::string& url) {
         bound = resolved;
         nng_strfree(resolved);
     }
-    if (url.rfind("ipc://", 0) == 0) {
+    {
         std::lock_guard<std::mutex> lock(listenersMutex_);
-        listeners_.push_back(Listener{bound, listener, 0});
+        listeners_.push_back(Listener{bound, listener, url.rfind("ipc://", 0) == 0, 0});
     }
     FOUNDATION_LOG(exchangeLogger(), severity::info) << "Exchange listening on " << bound;
     return bound;
@@ -111,10 +115,10 @@ void Exchange::Router::close() {
         closed_ = true;
     }
     // Nobody may be inside nng on this socket when it closes (SocketSender.h): senders
-    // first, then the receive callback (once stopped, the aio never starts again), then
-    // the housekeeper, which also owns the listeners.
+    // first, then the housekeeper, which also owns the listeners; the connections end from
+    // their own receive path while we still read (AcceptedConnections.h); then the
+    // receive callback (once stopped, the aio never starts again).
     sender_.close();
-    nng_aio_stop(receiveAio_);
     {
         std::lock_guard<std::mutex> lock(eventsMutex_);
         stopping_ = true;
@@ -123,6 +127,8 @@ void Exchange::Router::close() {
     if (housekeeper_.joinable()) {
         housekeeper_.join();
     }
+    drainConnections();
+    nng_aio_stop(receiveAio_);
     nng_close(socket_);
     pipeEvents_.detach();
     nng_aio_free(receiveAio_);
@@ -168,15 +174,32 @@ void Exchange::Router::onReceive(void* arg) noexcept {
     nng_recv_aio(self->socket_, self->receiveAio_);
 }
 
-void Exchange::Router::onPipeEvent(std::uint32_t pipe, nng_pipe_ev event) noexcept {
-    // Runs on nng's reaper thread: only record the event.
+void Exchange::Router::onPipeEvent(nng_pipe pipe, nng_pipe_ev event) noexcept {
+    // Runs on nng's threads (REM_POST on the reaper): only record the event.
+    const auto id = static_cast<std::uint32_t>(nng_pipe_id(pipe));
     try {
+        if (event == NNG_PIPE_EV_ADD_PRE) {
+            nng_sockaddr remote{};
+            const bool inproc = nng_pipe_get_addr(pipe, NNG_OPT_REMADDR, &remote) == 0 &&
+                                remote.s_family == NNG_AF_INPROC;
+            std::lock_guard<std::mutex> lock(eventsMutex_);
+            if (!inproc && removedEarly_.erase(id) == 0) {
+                connectedPipes_.insert(id);
+            }
+            return;
+        }
         std::lock_guard<std::mutex> lock(eventsMutex_);
-        events_.push_back(PipeEvent{pipe, event});
+        if (connectedPipes_.erase(id) == 0) {
+            nng_sockaddr remote{};
+            if (nng_pipe_get_addr(pipe, NNG_OPT_REMADDR, &remote) != 0 || remote.s_family != NNG_AF_INPROC) {
+                removedEarly_.insert(id);
+            }
+        }
+        events_.push_back(PipeEvent{id, event});
     } catch (...) {
         return;
     }
-    eventsChanged_.notify_one();
+    eventsChanged_.notify_all();
 }
 
 Exchange::Router::Container* Exchange::Router::containerFor(std::uint32_t pipe) {
@@ -316,8 +339,23 @@ void Exchange::Router::route(nng_msg* raw, Outbox& out) {
         }
         case FrameKind::Credit:
             return;
+        case FrameKind::Goodbye: {
+            // Straight out, past credit and backlog: nothing may follow it on this pipe.
+            Envelope farewell;
+            farewell.kind = FrameKind::Farewell;
+            farewell.flags = FrameFlags::fromExchange;
+            farewell.correlationId = envelope.correlationId;
+            farewell.destinationAddress = source->node;
+            auto answer = makeFrame(farewell, nullptr, 0);
+            dropContainer(pipe, out);
+            if (addressToPipe(answer.get(), pipe)) {
+                out.push_back(answer.release());
+            }
+            return;
+        }
         case FrameKind::Welcome:
         case FrameKind::Registered:
+        case FrameKind::Farewell:
             ++statistics_.malformedFrames;
             FOUNDATION_LOG(exchangeLogger(), severity::error)
                 << "Dropped a " << frameKindName(envelope.kind) << " frame sent to the exchange from pipe " << pipe;
@@ -456,7 +494,9 @@ void Exchange::Router::probeListeners() {
     {
         std::lock_guard<std::mutex> lock(listenersMutex_);
         for (const auto& listener : listeners_) {
-            urls.push_back(listener.url);
+            if (listener.watched) {
+                urls.push_back(listener.url);
+            }
         }
     }
     for (const auto& url : urls) {
@@ -493,6 +533,42 @@ void Exchange::Router::probeListeners() {
         listener->failedProbes = 0;
         std::lock_guard<std::mutex> routingLock(routingMutex_);
         ++statistics_.listenerRestarts;
+    }
+}
+
+void Exchange::Router::drainConnections() {
+    std::vector<nng_sockaddr> addresses;
+    {
+        std::lock_guard<std::mutex> lock(listenersMutex_);
+        for (const auto& listener : listeners_) {
+            nng_sockaddr address{};
+            if (nng_listener_get_addr(listener.listener, NNG_OPT_LOCADDR, &address) == 0 &&
+                address.s_family != NNG_AF_INPROC) {
+                addresses.push_back(address);
+            }
+        }
+    }
+    if (addresses.empty()) {
+        return;
+    }
+    // Repeated, because a connection already queued at the listener may still be accepted.
+    const auto giveUp = std::chrono::steady_clock::now() + kDrainWait;
+    std::unique_lock<std::mutex> lock(eventsMutex_);
+    while (true) {
+        lock.unlock();
+        AcceptedConnections::shutDown(addresses);
+        lock.lock();
+        const auto next = std::min(giveUp, std::chrono::steady_clock::now() + kDrainRescan);
+        if (eventsChanged_.wait_until(lock, next, [this] { return connectedPipes_.empty(); })) {
+            return;
+        }
+        if (std::chrono::steady_clock::now() >= giveUp) {
+            FOUNDATION_LOG(exchangeLogger(), severity::warning)
+                << connectedPipes_.size() << " connections did not close within "
+                << std::chrono::duration_cast<std::chrono::milliseconds>(kDrainWait).count()
+                << " ms; closing the exchange anyway";
+            return;
+        }
     }
 }
 

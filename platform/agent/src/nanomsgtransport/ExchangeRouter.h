@@ -74,6 +74,7 @@ private:
     struct Listener {
         std::string url;
         nng_listener listener;
+        bool watched = false;  // ipc: probed and restarted when stuck
         unsigned failedProbes = 0;
     };
 
@@ -85,7 +86,7 @@ private:
     using Outbox = std::vector<nng_msg*>;
 
     static void onReceive(void* self) noexcept;
-    void onPipeEvent(std::uint32_t pipe, nng_pipe_ev event) noexcept;
+    void onPipeEvent(nng_pipe pipe, nng_pipe_ev event) noexcept;
 
     // Call with routingMutex_ held. Takes ownership of `frame`.
     void route(nng_msg* frame, Outbox& out);
@@ -111,6 +112,9 @@ private:
     void probeListeners();
     bool probe(const std::string& url);
     bool stopRequested();
+    // Ends every ipc and tcp connection from its own receive path (AcceptedConnections.h)
+    // and waits, bounded, until their pipes are gone. Call after the housekeeper stopped.
+    void drainConnections();
 
     nng_socket socket_{};
     nng_aio* receiveAio_ = nullptr;
@@ -135,6 +139,8 @@ private:
     std::mutex eventsMutex_;
     std::condition_variable eventsChanged_;
     std::deque<PipeEvent> events_;
+    std::unordered_set<std::uint32_t> connectedPipes_;  // ipc and tcp pipes not yet removed
+    std::unordered_set<std::uint32_t> removedEarly_;    // removed before their arrival was seen
     bool stopping_ = false;
 
     std::mutex closeMutex_;

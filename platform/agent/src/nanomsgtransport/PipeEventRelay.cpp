@@ -76,7 +76,7 @@ void PipeEventRelay::onPipeEvent(nng_pipe pipe, nng_pipe_ev event, void* token) 
         ++entry->calls;
     }
     try {
-        entry->handler(static_cast<std::uint32_t>(nng_pipe_id(pipe)), event);
+        entry->handler(pipe, event);
     } catch (...) {
         // The handler only records the event; losing one beats unwinding into nng.
     }

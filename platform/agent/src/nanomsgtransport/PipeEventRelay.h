@@ -16,10 +16,11 @@ namespace agent::nanomsgtransport {
 // pointer: each event looks the number up, and after detach() finds nothing.
 //
 // Thread-safe. The handler runs on nng's threads; it must only record the event (no nng
-// socket calls, no blocking) and must not call attach() or detach().
+// socket calls, no blocking; reading the pipe's options is fine) and must not call
+// attach() or detach().
 class PipeEventRelay {
 public:
-    using Handler = std::function<void(std::uint32_t pipe, nng_pipe_ev event)>;
+    using Handler = std::function<void(nng_pipe pipe, nng_pipe_ev event)>;
 
     PipeEventRelay() = default;
     ~PipeEventRelay();

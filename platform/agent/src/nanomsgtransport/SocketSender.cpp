@@ -59,6 +59,33 @@ int SocketSender::send(nng_msg* frame, nng_duration timeout) noexcept {
     return rv;
 }
 
+int SocketSender::closeWithLastFrame(nng_msg* frame, nng_duration timeout) noexcept {
+    close();
+    nng_socket socket;
+    {
+        std::lock_guard<std::mutex> lock(sendsMutex_);
+        socket = socket_;
+    }
+    nng_aio* aio = nullptr;
+    if (int rv = nng_aio_alloc(&aio, nullptr, nullptr); rv != 0) {
+        nng_msg_free(frame);
+        return rv;
+    }
+    // The caller owns the socket's lifecycle, so nothing closes it during this send.
+    nng_aio_set_timeout(aio, timeout);
+    nng_aio_set_msg(aio, frame);
+    nng_send_aio(socket, aio);
+    nng_aio_wait(aio);
+    const int rv = nng_aio_result(aio);
+    if (rv != 0) {
+        if (nng_msg* unsent = nng_aio_get_msg(aio)) {
+            nng_msg_free(unsent);
+        }
+    }
+    nng_aio_free(aio);
+    return rv;
+}
+
 void SocketSender::close() noexcept {
     std::unique_lock<std::mutex> lock(sendsMutex_);
     open_ = false;

@@ -55,6 +55,9 @@ public:
     // Refuses further sends, fails the blocked ones and waits until every send has left
     // nng. Idempotent. Blocks only for as long as nng takes to complete a stopped aio.
     void close() noexcept;
+    // close(), then sends `frame` (taking ownership) as the last frame on the socket,
+    // waiting up to `timeout` for back-pressure. Returns 0 or nng's error.
+    int closeWithLastFrame(nng_msg* frame, nng_duration timeout) noexcept;
 
 private:
     std::mutex sendsMutex_;

@@ -9,6 +9,7 @@
 
 #include <boost/uuid/uuid_io.hpp>
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -25,6 +26,9 @@ namespace {
 // The core whose handler the current thread runs, so an orderly disconnect from inside
 // a handler does not wait for itself.
 thread_local const TransportCore* servingCore = nullptr;
+
+// How long closing waits for the exchange's Farewell; a stopped exchange never sends it.
+constexpr std::chrono::milliseconds kFarewellWait{500};
 
 std::exception_ptr failure(const std::string& reason) {
     return std::make_exception_ptr(std::runtime_error(reason));
@@ -69,7 +73,7 @@ void TransportCore::connect(const std::string& endpoint) {
     nng_socket_set_ms(socket, NNG_OPT_SENDTIMEO, static_cast<nng_duration>(connectTimeout_.count()));
     try {
         pipeEvents_.attach(socket, {NNG_PIPE_EV_ADD_POST, NNG_PIPE_EV_REM_POST},
-                           [this](std::uint32_t, nng_pipe_ev event) { onPipeEvent(event); });
+                           [this](nng_pipe, nng_pipe_ev event) { onPipeEvent(event); });
     } catch (const std::exception&) {
         nng_close(socket);
         pipeEvents_.detach();
@@ -155,12 +159,15 @@ void TransportCore::closeConnection() {
     state_ = State::Closing;
     acceptingRequests_ = false;
     // Nobody may be inside nng on this socket when it closes (SocketSender.h), so every
-    // user goes first: the receive callback (once stopped, the aio never starts again),
-    // then every sender (callers, pool tasks, the housekeeper), then the housekeeper.
+    // user goes first: every sender (callers, pool tasks, the housekeeper), the receive
+    // callback (once stopped, the aio never starts again), then the housekeeper. Nothing
+    // may be arriving either (AcceptedConnections.h tells what nng 1.5.2 does when an ipc
+    // or tcp pipe closes while a frame comes in), so we take leave of the exchange first
+    // and close once its Farewell, the last frame it sends us, is in.
+    sayGoodbye();
     if (receiveAio_ != nullptr) {
         nng_aio_stop(receiveAio_);
     }
-    sender_.close();
     {
         std::lock_guard<std::mutex> lock(pendingMutex_);
         stopping_ = true;
@@ -180,6 +187,31 @@ void TransportCore::closeConnection() {
     unreportedCredit_ = 0;
     failAll("The transport was disconnected");
     state_ = State::Idle;
+}
+
+// Call with lifecycleMutex_ held.
+void TransportCore::sayGoodbye() {
+    if (receiveAio_ == nullptr || !pipeUp_.load()) {
+        sender_.close();  // nothing connected, so nothing in transit
+        return;
+    }
+    const auto wait = std::min(connectTimeout_, kFarewellWait);
+    try {
+        std::promise<Message> promise;
+        ReplyFuture farewell(promise.get_future());
+        Envelope goodbye;
+        goodbye.kind = FrameKind::Goodbye;
+        goodbye.correlationId = addPending(Address(node_), std::move(promise), Clock::now() + wait);
+        goodbye.sourceNode = node_;
+        goodbye.credit = unreportedCredit_.exchange(0);
+        if (sender_.closeWithLastFrame(makeFrame(goodbye, nullptr, 0).release(),
+                                       static_cast<nng_duration>(wait.count())) == 0) {
+            farewell.wait_until(Clock::now() + wait);  // a stopped exchange never answers
+        }
+    } catch (const std::exception&) {
+        // Out of memory: close without the farewell.
+    }
+    sender_.close();
 }
 
 void TransportCore::registerHandler(const Address& address, core::transport::RequestHandler handler,
@@ -374,6 +406,7 @@ void TransportCore::onReceive(void* arg) noexcept {
             case FrameKind::Reply:
             case FrameKind::Welcome:
             case FrameKind::Registered:
+            case FrameKind::Farewell:
                 self->complete(envelope.correlationId, std::move(payload));
                 break;
             case FrameKind::Failure:

@@ -39,11 +39,12 @@ namespace agent::nanomsgtransport {
 // Pool tasks hold a shared_ptr to it, so it outlives the transport object if they run
 // late; after disconnect they find the socket closed and drop their replies.
 //
-// Teardown (closeConnection) quiesces every user of the socket before nng_close, because
-// nng 1.5.2 strands an operation that enters a socket while it closes (see
-// SocketSender.h): the receive aio is stopped, every send is cut off through the
-// SocketSender, the housekeeper is joined, and only then is the socket closed; pipe events
-// reach us through a PipeEventRelay, so a late one finds nothing.
+// Teardown (closeConnection) quiesces the connection before nng_close, because nng 1.5.2
+// strands an operation that enters a socket while it closes (SocketSender.h) and hangs
+// when an ipc or tcp pipe closes while a frame arrives (AcceptedConnections.h): a Goodbye
+// ends all sending, the exchange's Farewell ends all arriving, then the receive aio is
+// stopped, the housekeeper joined, and only then is the socket closed; pipe events reach
+// us through a PipeEventRelay, so a late one finds nothing.
 class TransportCore : public std::enable_shared_from_this<TransportCore> {
 public:
     using Clock = std::chrono::steady_clock;
@@ -102,6 +103,9 @@ private:
     void reannounce();
     // Call with lifecycleMutex_ held.
     void closeConnection();
+    // Call with lifecycleMutex_ held. Ends all sending with a Goodbye and waits, bounded,
+    // for the exchange's Farewell.
+    void sayGoodbye();
 
     foundation::concurrent::threadpool::ThreadPool& pool_;
     const boost::uuids::uuid node_;

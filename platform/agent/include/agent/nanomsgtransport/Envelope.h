@@ -49,6 +49,11 @@
 //              Unknown destination: Failure at once.
 //   Reply, Failure  routed to `destination address` (the requester's node id).
 //   Credit     only reports `credit`.
+//   Goodbye    container → exchange, the last frame a leaving container sends: the exchange
+//              forgets it as if its connection had gone (its addresses, the requests it
+//              was serving fail) and answers Farewell (same correlation id), the last frame
+//              it sends on that connection. Afterwards the container closes its socket
+//              knowing nothing is in transit towards it (see TransportCore::closeConnection).
 
 #include <boost/uuid/uuid.hpp>
 
@@ -69,6 +74,8 @@ enum class FrameKind : std::uint8_t {
     Reply = 7,
     Failure = 8,
     Credit = 9,
+    Goodbye = 10,
+    Farewell = 11,
 };
 
 namespace FrameFlags {

@@ -19,6 +19,9 @@ namespace agent::nanomsgtransport {
 //   connectTimeout: how long connect() waits for the exchange to answer, and how long a
 //     send may block on back-pressure before it fails (none: 5 s).
 // Handlers run on `container`'s thread pool; the container must outlive the transport.
+// Disconnecting (orderly or forced) takes leave of the exchange and waits for its answer,
+// at most half a second (less if connectTimeout is shorter), so that nothing is still
+// arriving when the connection closes; a stopped exchange costs that wait.
 // Not blocking; throws std::runtime_error if nng cannot open a socket.
 std::unique_ptr<core::transport::ITransport> getTransport(
     core::container::ServiceContainer& container,

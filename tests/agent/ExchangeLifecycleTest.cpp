@@ -1,0 +1,235 @@
+// Exchanges and containers created and torn down many times in one process, the way a
+// long-lived host does it: no crash, no hang, nothing left behind, and every request
+// that was in flight completes.
+
+#include "AgentTestSupport.h"
+
+#include "agent/nanomsgtransport/Exchange.h"
+
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <future>
+
+using namespace agent::testing;
+using agent::core::transport::Address;
+using agent::core::transport::Message;
+using agent::core::transport::ReplyFuture;
+using agent::nanomsgtransport::Envelope;
+using agent::nanomsgtransport::Exchange;
+using agent::nanomsgtransport::FrameKind;
+
+namespace {
+
+std::size_t entriesOf(const char* folder) {
+    std::size_t count = 0;
+    if (DIR* dir = ::opendir(folder)) {
+        while (::readdir(dir) != nullptr) {
+            ++count;
+        }
+        ::closedir(dir);
+    }
+    return count;
+}
+
+std::size_t threadsAlive() {
+    return entriesOf("/proc/self/task");
+}
+
+std::size_t descriptorsOpen() {
+    return entriesOf("/proc/self/fd");
+}
+
+Message echo(const Message& request) {
+    return request;
+}
+
+enum class TeardownOrder { ContainersFirst, ExchangeFirst, ServerFirst };
+
+class ExchangeLifecycleTest : public ::testing::TestWithParam<std::string> {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/agent-lc-XXXXXX";
+        folder_ = ::mkdtemp(pattern);
+    }
+    void TearDown() override {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder_, ignored);
+    }
+
+    std::string url(int cycle) const {
+        if (GetParam() == "ipc") {
+            return "ipc://" + folder_ + "/x" + std::to_string(cycle) + ".sock";
+        }
+        return inprocUrl();
+    }
+
+    // One exchange with a serving and a calling container; requests answered, held by a
+    // handler, refused and still being sent while everything is torn down in `order`.
+    void cycle(int number, TeardownOrder order) {
+        SCOPED_TRACE("cycle " + std::to_string(number));
+        auto exchange = std::make_unique<Exchange>();
+        const auto endpoint = exchange->listen(url(number));
+        auto server = makeContainer(endpoint, 20000ms);
+        auto client = makeContainer(endpoint, 20000ms);
+        std::promise<void> release;
+        auto released = release.get_future().share();
+        const Address echoing(randomId());
+        const Address holding(randomId());
+        server->getTransport()->registerHandler(echoing, echo);
+        server->getTransport()->registerHandler(holding, [released](const Message& request) {
+            released.wait_for(20s);
+            return request;
+        });
+
+        std::vector<ReplyFuture> answered;
+        std::vector<ReplyFuture> pending;
+        for (int i = 0; i < 4; ++i) {
+            answered.push_back(client->getTransport()->sendRequest(echoing, text(std::to_string(i)), boost::none));
+            pending.push_back(client->getTransport()->sendRequest(holding, text("held"), boost::none));
+        }
+        pending.push_back(client->getTransport()->sendRequest(Address(randomId()), text("nobody"), boost::none));
+        for (int i = 0; i < 4; ++i) {
+            ASSERT_EQ(outcome(answered[i]), std::to_string(i));
+        }
+
+        // Keeps calling while the teardown runs, until the client's connection is gone.
+        std::atomic<bool> stop{false};
+        auto caller = std::async(std::launch::async, [&, transport = client->getTransport()] {
+            std::vector<ReplyFuture> futures;
+            while (!stop.load() && futures.size() < 2000) {
+                futures.push_back(transport->sendRequest(echoing, text("late"), boost::none));
+            }
+            return futures;
+        });
+
+        release.set_value();  // held requests now race the teardown with their replies
+        switch (order) {
+            case TeardownOrder::ContainersFirst:
+                client->forceDisconnectTransport();
+                server.reset();
+                break;
+            case TeardownOrder::ExchangeFirst:
+                exchange.reset();
+                server.reset();
+                client->forceDisconnectTransport();
+                break;
+            case TeardownOrder::ServerFirst:
+                server.reset();
+                if (!closingUnderTraffic()) {
+                    client->forceDisconnectTransport();
+                }
+                exchange.reset();
+                client->forceDisconnectTransport();
+                break;
+        }
+        stop = true;
+        auto late = caller.get();
+        client.reset();
+        exchange.reset();
+        for (auto* futures : {&pending, &late}) {
+            for (auto& future : *futures) {
+                const auto result = outcome(future);
+                ASSERT_NE(result, "no answer");
+                if (result.rfind("error: ", 0) != 0) {
+                    ASSERT_TRUE(result == "held" || result == "late") << result;
+                }
+            }
+        }
+    }
+
+    // Whether the exchange may close while a container is still sending to it. Not over
+    // ipc: nng 1.5.2 can hang for good closing a socket whose ipc pipe is receiving or
+    // sending at that moment (AcceptedConnections.h); containers avoid it by taking leave,
+    // an exchange cannot make its peers stop.
+    bool closingUnderTraffic() const { return GetParam() != "ipc"; }
+    TeardownOrder orderFor(int cycle) const {
+        return closingUnderTraffic() ? static_cast<TeardownOrder>(cycle % 3)
+                                     : (cycle % 2 == 0 ? TeardownOrder::ContainersFirst : TeardownOrder::ServerFirst);
+    }
+
+    std::string folder_;
+};
+
+}  // namespace
+
+TEST_P(ExchangeLifecycleTest, SetUpAndTearDownManyTimesWithRequestsInFlightLeavesNothingBehind) {
+    // The first cycle starts nng's own threads; everything after it must come and go.
+    cycle(0, TeardownOrder::ContainersFirst);
+    ASSERT_FALSE(HasFatalFailure());
+    const auto threads = threadsAlive();
+    const auto descriptors = descriptorsOpen();
+
+    constexpr int kCycles = 24;
+    for (int i = 1; i <= kCycles; ++i) {
+        cycle(i, orderFor(i));
+        ASSERT_FALSE(HasFatalFailure());
+    }
+    EXPECT_TRUE(eventually([&] { return threadsAlive() <= threads; }))
+        << threadsAlive() << " threads alive, " << threads << " before";
+    EXPECT_TRUE(eventually([&] { return descriptorsOpen() <= descriptors; }))
+        << descriptorsOpen() << " descriptors open, " << descriptors << " before";
+}
+
+// A container whose exchange stops reading blocks its senders on back-pressure; tearing
+// the connection down must release them at once rather than after the send timeout.
+TEST_P(ExchangeLifecycleTest, DisconnectReleasesSendersBlockedOnBackPressure) {
+    const auto endpoint = url(0);
+    nng_socket fake;
+    ASSERT_EQ(nng_rep0_open_raw(&fake), 0);
+    ASSERT_EQ(nng_listen(fake, endpoint.c_str(), nullptr, 0), 0);
+    // Answers the container's Hello (the one connect() waits for), then never reads again.
+    auto greeter = std::async(std::launch::async, [fake] {
+        nng_socket_set_ms(fake, NNG_OPT_RECVTIMEO, 20000);
+        nng_msg* frame = nullptr;
+        while (nng_recvmsg(fake, &frame, 0) == 0) {
+            auto envelope = agent::nanomsgtransport::decodeEnvelope(
+                static_cast<const std::uint8_t*>(nng_msg_body(frame)), nng_msg_len(frame));
+            if (envelope.kind != FrameKind::Hello || envelope.correlationId == 0) {
+                nng_msg_free(frame);  // the housekeeper's own introduction expects no answer
+                continue;
+            }
+            envelope.kind = FrameKind::Welcome;
+            agent::nanomsgtransport::encodeEnvelope(envelope, static_cast<std::uint8_t*>(nng_msg_body(frame)));
+            if (nng_sendmsg(fake, frame, 0) != 0) {  // the header still names the container's pipe
+                nng_msg_free(frame);
+            }
+            return;
+        }
+    });
+
+    auto container = std::make_shared<agent::core::container::ServiceContainer>();
+    // Sends would wait a minute for the exchange; only the disconnect can end them early.
+    container->createTransport(agent::nanomsgtransport::getTransport(*container, 60000ms, 60000ms));
+    container->connectTransport(endpoint);
+    greeter.get();
+
+    std::atomic<int> returned{0};
+    auto sender = std::async(std::launch::async, [&] {
+        const std::string large(64 * 1024, 'x');
+        std::vector<ReplyFuture> futures;
+        for (int i = 0; i < 1000 && container->getTransport()->isConnected(); ++i) {
+            futures.push_back(container->getTransport()->sendRequest(Address(randomId()), text(large), boost::none));
+            ++returned;
+        }
+        return futures;
+    });
+    // A few 64 KiB frames fill the queues and socket buffers between the two sockets; the
+    // sender then waits on back-pressure.
+    ASSERT_TRUE(eventually([&] { return returned.load() >= 2; }));
+    container->forceDisconnectTransport();
+    ASSERT_EQ(sender.wait_until(deadline()), std::future_status::ready);
+    for (auto& future : sender.get()) {
+        EXPECT_EQ(outcome(future, deadline(5s)).rfind("error: ", 0), 0u);
+    }
+    EXPECT_LT(returned.load(), 1000);
+    container.reset();
+    nng_close(fake);
+}
+
+INSTANTIATE_TEST_SUITE_P(Transports, ExchangeLifecycleTest, ::testing::Values("inproc", "ipc"),
+                         [](const auto& info) { return info.param; });
