@@ -144,7 +144,10 @@ void TransportCore::disconnect(bool orderly) {
         return;
     }
     state_ = State::Closing;
-    acceptingRequests_ = false;
+    {
+        std::lock_guard<std::mutex> lock(activeMutex_);
+        acceptingRequests_ = false;
+    }
     failAll("The transport was disconnected");
     if (orderly) {
         const unsigned own = servingCore == this ? 1 : 0;
@@ -463,7 +466,16 @@ void TransportCore::serve(const Envelope& request, const Message& payload) {
     Message reply;
     std::string reason;
     bool counted = false;
-    if (!acceptingRequests_.load()) {
+    // Counted before anything else, so an orderly disconnect either sees this handler or
+    // this task sees the disconnect.
+    {
+        std::lock_guard<std::mutex> lock(activeMutex_);
+        if (acceptingRequests_.load()) {
+            ++activeHandlers_;
+            counted = true;
+        }
+    }
+    if (!counted) {
         reason = "The container is disconnecting";
     } else {
         std::shared_ptr<const core::transport::RequestHandler> handler;
@@ -481,11 +493,6 @@ void TransportCore::serve(const Envelope& request, const Message& payload) {
             }
         }
         if (handler) {
-            {
-                std::lock_guard<std::mutex> lock(activeMutex_);
-                ++activeHandlers_;
-                counted = true;
-            }
             const auto* outer = servingCore;
             servingCore = this;
             try {
