@@ -512,7 +512,7 @@ void TransportCore::serve(const Envelope& request, const Message& payload) {
         answer.kind = FrameKind::Failure;
         reply = Message(reason);
     }
-    if (int rv = sendFrame(answer, reply.data(), reply.size()); rv != 0 && rv != NNG_ECLOSED) {
+    if (int rv = sendFrame(answer, reply.data(), reply.size()); rv != 0 && rv != NNG_ECLOSED && rv != NNG_ECANCELED) {
         FOUNDATION_LOG(transportLogger(), severity::error)
             << nngFailure("Cannot send the answer to a request for " + address.toString(), rv);
     }
