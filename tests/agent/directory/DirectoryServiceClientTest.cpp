@@ -197,7 +197,7 @@ TEST_F(DirectoryServiceClientTest, ConcurrentRegistrationsReachSubscribersInTheD
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
-            start.arrive_and_wait();
+            start.ArriveAndWait();
             for (int i = 0; i < kEach; ++i) {
                 auto entry = instance("S" + std::to_string(t));
                 providers[t]->registerServiceInstance(entry);

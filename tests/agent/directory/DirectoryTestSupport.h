@@ -3,6 +3,7 @@
 // Shared by the directory tests: bounded waits, an exchange on inproc:// with containers
 // dialling it, and small builders for directory entries.
 
+#include "support/Barrier.h"
 #include "agent/core/container/ServiceContainer.h"
 #include "agent/directoryinterfaces/ServiceInstanceInfo.h"
 #include "agent/directoryinterfaces/ServiceNotification.h"
@@ -63,24 +64,8 @@ bool eventually(Condition condition, Clock::time_point until = deadline()) {
     return true;
 }
 
-// Releases `count` threads at once.
-class StartBarrier {
-public:
-    explicit StartBarrier(int count) : waiting_(count) {}
-    void arrive_and_wait() {
-        std::unique_lock<std::mutex> lock(countMutex_);
-        if (--waiting_ == 0) {
-            released_.notify_all();
-            return;
-        }
-        released_.wait(lock, [this] { return waiting_ == 0; });
-    }
-
-private:
-    std::mutex countMutex_;
-    int waiting_;
-    std::condition_variable released_;
-};
+// Releases a fixed number of threads at once.
+using StartBarrier = testsupport::Barrier;
 
 inline directoryinterfaces::ServiceInstanceInfo instance(const std::string& name,
                                                          std::map<std::string, std::string> metadata = {},

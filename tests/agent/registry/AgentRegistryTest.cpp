@@ -206,7 +206,7 @@ TEST_F(AgentRegistryTest, ReadersNeverSeeAPartEntryWhileAgentsComeAndGo) {
     std::vector<std::thread> threads;
     for (int w = 0; w < kWriters; ++w) {
         threads.emplace_back([&, w] {
-            start.arrive_and_wait();
+            start.ArriveAndWait();
             for (int round = 0; round < kRounds; ++round) {
                 AgentRegistration registration(
                     scratch_.path(), AgentInfo("writer-" + std::to_string(w), "inproc://w", ::getpid(), AgentMode::KorvexDrive));
@@ -216,7 +216,7 @@ TEST_F(AgentRegistryTest, ReadersNeverSeeAPartEntryWhileAgentsComeAndGo) {
     }
     for (int r = 0; r < kReaders; ++r) {
         threads.emplace_back([&] {
-            start.arrive_and_wait();
+            start.ArriveAndWait();
             while (writersDone.load() < kWriters) {
                 const auto listed = enumerateAllRunningAgents(scratch_.path(), 0);
                 std::size_t seen = listed.size();

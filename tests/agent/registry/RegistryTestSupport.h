@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/Barrier.h"
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -59,24 +60,8 @@ inline pid_t deadProcessID() {
     return pid;
 }
 
-// Holds threads until all of them arrived, so they start their work together.
-class StartBarrier {
-public:
-    explicit StartBarrier(int count) : waiting_(count) {}
-    void arrive_and_wait() {
-        std::unique_lock<std::mutex> lock(countMutex_);
-        if (--waiting_ == 0) {
-            released_.notify_all();
-            return;
-        }
-        released_.wait(lock, [this] { return waiting_ == 0; });
-    }
-
-private:
-    std::mutex countMutex_;
-    int waiting_;
-    std::condition_variable released_;
-};
+// Releases a fixed number of threads at once.
+using StartBarrier = testsupport::Barrier;
 
 // Sets or unsets an environment variable for one scope and puts the old value back.
 class ScopedEnvironment {
