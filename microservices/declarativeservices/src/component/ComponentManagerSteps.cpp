@@ -4,7 +4,6 @@
 #include "component/ComponentManager.h"
 
 #include "component/BindingRules.h"
-#include "component/ComponentPrototypeFactory.h"
 #include "component/ComponentServiceFactory.h"
 #include "runtime/DsLogger.h"
 

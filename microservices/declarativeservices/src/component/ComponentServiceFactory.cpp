@@ -4,23 +4,28 @@
 
 namespace cppmicroservices::ds
 {
-    ComponentServiceFactory::ComponentServiceFactory(std::weak_ptr<ComponentManager> manager,
-                                                     std::weak_ptr<ComponentLife> life)
+    template <class Base>
+    BasicComponentFactory<Base>::BasicComponentFactory(std::weak_ptr<ComponentManager> manager,
+                                                       std::weak_ptr<ComponentLife> life)
         : manager(std::move(manager))
         , life(std::move(life))
     {
     }
 
+    template <class Base>
     InterfaceMapConstPtr
-    ComponentServiceFactory::GetService(Bundle const& bundle, ServiceRegistrationBase const&)
+    BasicComponentFactory<Base>::GetService(Bundle const& bundle, ServiceRegistrationBase const&)
     {
         auto owner = manager.lock();
         auto target = life.lock();
         return owner && target ? owner->GetService(target, bundle) : nullptr;
     }
 
+    template <class Base>
     void
-    ComponentServiceFactory::UngetService(Bundle const&, ServiceRegistrationBase const&, InterfaceMapConstPtr const& service)
+    BasicComponentFactory<Base>::UngetService(Bundle const&,
+                                              ServiceRegistrationBase const&,
+                                              InterfaceMapConstPtr const& service)
     {
         auto owner = manager.lock();
         auto target = life.lock();
@@ -29,4 +34,7 @@ namespace cppmicroservices::ds
             owner->UngetService(target, service);
         }
     }
+
+    template class BasicComponentFactory<ServiceFactory>;
+    template class BasicComponentFactory<PrototypeServiceFactory>;
 } // namespace cppmicroservices::ds
