@@ -1,0 +1,48 @@
+#pragma once
+
+#include "agent/spf/inprocessdiscovery/InProcessDiscovery.h"
+
+#include "agent/core/container/ServiceContainer.h"
+#include "agent/nanomsgtransport/Exchange.h"
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace agent::spf::inprocessdiscovery {
+
+// An InProcessDiscovery that owns its exchange: an Exchange listening on an inproc://
+// URL unique to this object, and one ServiceContainer dialling it whose pool runs the
+// work of every context handed out (no maximum: a handler waiting for another handler of
+// the same container must not starve it). The exchange hosts the directory.
+//
+// Lifecycle: the constructor listens and connects; the destructor disconnects the
+// container in order (waiting for handlers that run), then closes the exchange. Every
+// client and every context copy must be gone by then, and the destructor must not run on
+// the container's pool (so the last reference is not released by a handler or a
+// directory callback).
+class InProcessExchangeDiscovery final : public InProcessDiscovery {
+public:
+    // `timeout` bounds connecting, each request that names no timeout of its own, and
+    // each directory call of the clients handed out. Blocks until connected. Throws
+    // std::runtime_error when the exchange cannot listen or the container cannot connect.
+    explicit InProcessExchangeDiscovery(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+    ~InProcessExchangeDiscovery() override;
+
+    // Never throws for lack of an exchange while this object lives (std::bad_alloc aside).
+    std::unique_ptr<directory::DirectoryServiceClient> getFrameworkDiscoveryService(
+        unsigned int concurrency) const override;
+
+    // The URL other containers of this process dial to join the exchange.
+    const std::string& endpoint() const noexcept { return endpoint_; }
+
+private:
+    const std::chrono::milliseconds timeout_;
+    // Declared before the container: destroyed after it, so the container takes leave of
+    // a running exchange.
+    nanomsgtransport::Exchange exchange_;
+    const std::string endpoint_;
+    const std::shared_ptr<core::container::ServiceContainer> container_;
+};
+
+}  // namespace agent::spf::inprocessdiscovery
