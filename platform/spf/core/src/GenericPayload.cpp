@@ -24,6 +24,24 @@ void GenericPayload::reset(std::size_t index) {
     slots_[index].reset();
 }
 
+void GenericPayload::append(GenericPayload&& other) {
+    if (&other == this) {
+        return;
+    }
+    slots_.reserve(slots_.size() + other.slots_.size());
+    for (auto& slot : other.slots_) {
+        slots_.push_back(std::move(slot));
+    }
+    other.slots_.clear();
+}
+
+GenericPayload GenericPayload::extract(std::size_t index) {
+    checkIndex(index);
+    GenericPayload single;
+    single.slots_.push_back(std::move(slots_[index]));
+    return single;
+}
+
 std::type_index GenericPayload::typeAt(std::size_t index) const {
     checkIndex(index);
     if (!slots_[index]) {

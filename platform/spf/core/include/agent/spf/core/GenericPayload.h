@@ -138,6 +138,13 @@ public:
     // Empties the slot. Throws the index failure.
     void reset(std::size_t index);
 
+    // Moves every slot of `other` to the end of this payload, in order.
+    void append(GenericPayload&& other);
+    // Moves the slot out into a payload of its own (an empty slot stays empty) and leaves
+    // the slot here empty: how single values travel to and from serialisers. Throws the
+    // index failure.
+    GenericPayload extract(std::size_t index);
+
     // The value in the slot, which must hold exactly T (for a polymorphic slot: T = Base).
     // The reference is valid until the slot is changed or the payload destroyed.
     template <class T>
