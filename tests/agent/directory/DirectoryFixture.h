@@ -1,7 +1,7 @@
 #pragma once
 
+#include "agent/directory/DirectoryCore.h"
 #include "agent/directory/DirectoryServiceClient.h"
-#include "agent/directory/DirectoryServiceHost.h"
 
 #include "agent/directory/DirectoryTestSupport.h"
 
@@ -36,21 +36,14 @@ private:
     std::vector<std::string> events_;
 };
 
-// An exchange on inproc:// with the directory hosted by a container of its own, as the
-// exchange hosts it, and a client container with its own directory client.
+// An exchange on inproc:// (which hosts the directory) and containers dialling it, each
+// with a directory client of its own.
 class DirectoryFixture : public ::testing::Test {
 protected:
-    void SetUp() override {
-        endpoint_ = exchange_.listen(inprocUrl());
-        hostContainer_ = makeContainer(endpoint_);
-        host_ = std::make_unique<DirectoryServiceHost>(directory_, *hostContainer_->getTransport());
-        host_->start();
-    }
+    void SetUp() override { endpoint_ = exchange_.listen(inprocUrl()); }
     void TearDown() override {
         clients_.clear();
         containers_.clear();
-        host_.reset();
-        hostContainer_.reset();
         exchange_.close();
     }
 
@@ -78,9 +71,7 @@ protected:
 
     nanomsgtransport::Exchange exchange_;
     std::string endpoint_;
-    std::shared_ptr<DirectoryCore> directory_ = std::make_shared<DirectoryCore>();
-    std::shared_ptr<core::container::ServiceContainer> hostContainer_;
-    std::unique_ptr<DirectoryServiceHost> host_;
+    std::shared_ptr<DirectoryCore> directory_ = exchange_.directory();
     std::vector<std::shared_ptr<core::container::ServiceContainer>> containers_;
     std::vector<std::unique_ptr<DirectoryServiceClient>> clients_;
 };

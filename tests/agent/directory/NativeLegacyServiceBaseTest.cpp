@@ -64,8 +64,8 @@ TEST_F(NativeLegacyServiceBaseTest, StartEntersMethodsAndEntryStopWithdrawsBoth)
 }
 
 TEST_F(NativeLegacyServiceBaseTest, StartWithoutADirectoryFailsAndLeavesNothingBehind) {
-    host_.reset();
-    auto container = makeContainer(endpoint_);
+    DirectorylessExchange refusing(DirectorylessExchange::Refusing);
+    auto container = makeContainer(refusing.url());
     Counter counter;
     EXPECT_FALSE(counter.start({{}, container->createContext(container->generateServiceInstance())}));
     EXPECT_TRUE(counter.serviceInstance().is_nil());

@@ -66,7 +66,7 @@ Exchange::Router::~Router() {
     close();
 }
 
-std::string Exchange::Router::listen(const std::string& url) {
+std::string Exchange::Router::listen(const std::string& url, bool announce) {
     {
         std::lock_guard<std::mutex> lock(closeMutex_);
         if (closed_) {
@@ -92,7 +92,7 @@ std::string Exchange::Router::listen(const std::string& url) {
         std::lock_guard<std::mutex> lock(listenersMutex_);
         listeners_.push_back(Listener{bound, listener, url.rfind("ipc://", 0) == 0, 0});
     }
-    FOUNDATION_LOG(exchangeLogger(), severity::info) << "Exchange listening on " << bound;
+    FOUNDATION_LOG(exchangeLogger(), announce ? severity::info : severity::debug) << "Exchange listening on " << bound;
     return bound;
 }
 
@@ -104,6 +104,17 @@ void Exchange::Router::setProbeInterval(std::chrono::milliseconds interval) {
 void Exchange::Router::setBacklogLimit(std::size_t frames) {
     std::lock_guard<std::mutex> lock(routingMutex_);
     backlogLimit_ = frames;
+}
+
+void Exchange::Router::setOwnNode(const boost::uuids::uuid& node) {
+    std::lock_guard<std::mutex> lock(routingMutex_);
+    ownNode_ = node;
+}
+
+void Exchange::Router::setNodeGoneHandler(NodeGoneHandler handler) {
+    std::unique_lock<std::mutex> lock(nodeGoneMutex_);
+    nodeGoneReturned_.wait(lock, [this] { return !reportingGoneNodes_; });
+    nodeGoneHandler_ = std::move(handler);
 }
 
 void Exchange::Router::close() {
@@ -147,7 +158,10 @@ void Exchange::Router::close() {
 ExchangeStatistics Exchange::Router::statistics() const {
     std::lock_guard<std::mutex> lock(routingMutex_);
     auto copy = statistics_;
-    copy.connectedContainers = containers_.size();
+    copy.connectedContainers = static_cast<std::size_t>(
+        std::count_if(containers_.begin(), containers_.end(), [this](const auto& entry) {
+            return ownNode_.is_nil() || entry.second.node != ownNode_;
+        }));
     return copy;
 }
 
@@ -160,14 +174,24 @@ void Exchange::Router::onReceive(void* arg) noexcept {
     if (rv == 0) {
         nng_msg* frame = nng_aio_get_msg(self->receiveAio_);
         Outbox out;
+        bool nodesGone = false;
         try {
             std::lock_guard<std::mutex> lock(self->routingMutex_);
             self->route(frame, out);
+            nodesGone = !self->goneNodes_.empty();
         } catch (const std::exception& e) {
             // Out of memory while routing: the frame is gone, the exchange goes on.
             FOUNDATION_LOG(exchangeLogger(), severity::error) << "Dropped a frame: " << e.what();
         }
         self->send(out);
+        if (nodesGone) {
+            // A Goodbye: the directory's clean-up is the housekeeper's, off nng's threads.
+            {
+                std::lock_guard<std::mutex> lock(self->eventsMutex_);
+                self->nodesGone_ = true;
+            }
+            self->eventsChanged_.notify_all();
+        }
     } else {
         FOUNDATION_LOG(exchangeLogger(), severity::error) << nngFailure("Receiving failed", rv);
     }
@@ -431,6 +455,9 @@ void Exchange::Router::dropContainer(std::uint32_t pipe, Outbox& out) {
     if (auto owner = owners_.find(gone.node); owner != owners_.end() && owner->second == pipe) {
         owners_.erase(owner);
     }
+    if (!gone.node.is_nil()) {
+        goneNodes_.push_back(gone.node);
+    }
     for (nng_msg* frame : gone.backlog) {
         nng_msg_free(frame);
     }
@@ -459,14 +486,15 @@ void Exchange::Router::housekeeping() {
     auto nextProbe = std::chrono::steady_clock::now();
     std::unique_lock<std::mutex> lock(eventsMutex_);
     while (!stopping_) {
-        if (events_.empty()) {
-            eventsChanged_.wait_until(lock, nextProbe, [this] { return stopping_ || !events_.empty(); });
+        if (events_.empty() && !nodesGone_) {
+            eventsChanged_.wait_until(lock, nextProbe, [this] { return stopping_ || !events_.empty() || nodesGone_; });
         }
         if (stopping_) {
             break;
         }
         auto events = std::move(events_);
         events_.clear();
+        nodesGone_ = false;
         lock.unlock();
         Outbox out;
         try {
@@ -480,6 +508,7 @@ void Exchange::Router::housekeeping() {
             FOUNDATION_LOG(exchangeLogger(), severity::error) << "Cleaning up after a container failed: " << e.what();
         }
         send(out);
+        reportGoneNodes();
         if (std::chrono::steady_clock::now() >= nextProbe) {
             probeListeners();
             std::lock_guard<std::mutex> listenersLock(listenersMutex_);
@@ -487,6 +516,47 @@ void Exchange::Router::housekeeping() {
         }
         lock.lock();
     }
+}
+
+void Exchange::Router::reportGoneNodes() {
+    std::vector<boost::uuids::uuid> gone;
+    {
+        std::lock_guard<std::mutex> lock(routingMutex_);
+        gone.swap(goneNodes_);
+        // A node that came back on a newer connection (an exchange restart, a listener
+        // restart) keeps what it registered.
+        gone.erase(std::remove_if(gone.begin(), gone.end(),
+                                  [this](const boost::uuids::uuid& node) {
+                                      auto owner = owners_.find(node);
+                                      return owner != owners_.end() && containers_.count(owner->second) != 0;
+                                  }),
+                   gone.end());
+    }
+    if (gone.empty()) {
+        return;
+    }
+    NodeGoneHandler handler;
+    {
+        std::lock_guard<std::mutex> lock(nodeGoneMutex_);
+        if (!nodeGoneHandler_) {
+            return;
+        }
+        handler = nodeGoneHandler_;
+        reportingGoneNodes_ = true;
+    }
+    for (const auto& node : gone) {
+        try {
+            handler(node);
+        } catch (const std::exception& e) {
+            FOUNDATION_LOG(exchangeLogger(), severity::error)
+                << "Cleaning up after container " << text(node) << " failed: " << e.what();
+        }
+    }
+    {
+        std::lock_guard<std::mutex> lock(nodeGoneMutex_);
+        reportingGoneNodes_ = false;
+    }
+    nodeGoneReturned_.notify_all();
 }
 
 void Exchange::Router::probeListeners() {

@@ -15,6 +15,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -37,11 +38,21 @@ public:
     Router(const Router&) = delete;
     Router& operator=(const Router&) = delete;
 
-    std::string listen(const std::string& url);
+    using NodeGoneHandler = std::function<void(const boost::uuids::uuid& node)>;
+
+    // `announce`: log it as an endpoint containers dial (the directory's own is not).
+    std::string listen(const std::string& url, bool announce);
     void close();
     ExchangeStatistics statistics() const;
     void setProbeInterval(std::chrono::milliseconds interval);
     void setBacklogLimit(std::size_t frames);
+    // The exchange's own directory container, left out of the statistics.
+    void setOwnNode(const boost::uuids::uuid& node);
+    // Called on the housekeeping thread, with no lock held, for every container whose
+    // connection went (or that said Goodbye) and that has not come back meanwhile.
+    // Replacing it (an empty one: none) blocks until a call in progress has returned, so
+    // never call this from the handler.
+    void setNodeGoneHandler(NodeGoneHandler handler);
 
 private:
     struct PendingKey {
@@ -109,6 +120,8 @@ private:
     void send(Outbox& out) noexcept;
 
     void housekeeping();
+    // Call with no lock held: calls out.
+    void reportGoneNodes();
     void probeListeners();
     bool probe(const std::string& url);
     bool stopRequested();
@@ -128,6 +141,8 @@ private:
     std::deque<std::uint32_t> removedOrder_;
     ExchangeStatistics statistics_;
     std::size_t backlogLimit_ = Envelope::kDefaultBacklogLimit;
+    boost::uuids::uuid ownNode_{};
+    std::vector<boost::uuids::uuid> goneNodes_;  // dropped, not yet reported
 
     std::mutex listenersMutex_;
     std::vector<Listener> listeners_;
@@ -141,7 +156,13 @@ private:
     std::deque<PipeEvent> events_;
     std::unordered_set<std::uint32_t> connectedPipes_;  // ipc and tcp pipes not yet removed
     std::unordered_set<std::uint32_t> removedEarly_;    // removed before their arrival was seen
+    bool nodesGone_ = false;                            // goneNodes_ has news for the housekeeper
     bool stopping_ = false;
+
+    std::mutex nodeGoneMutex_;
+    std::condition_variable nodeGoneReturned_;
+    NodeGoneHandler nodeGoneHandler_;
+    bool reportingGoneNodes_ = false;
 
     std::mutex closeMutex_;
     bool closed_ = false;

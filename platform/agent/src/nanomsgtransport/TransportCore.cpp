@@ -230,8 +230,8 @@ void TransportCore::registerHandler(const Address& address, core::transport::Req
         handlers_[address] = HandlerEntry{
             std::make_shared<const core::transport::RequestHandler>(std::move(handler)), serviceInstance};
     }
-    if (state_.load() != State::Connected) {
-        return;  // connect() registers it
+    if (!isConnected()) {
+        return;  // connect(), or the reconnection, registers it
     }
     try {
         waitForControl(sendControl(FrameKind::Register, address.getUUID()), "the exchange did not confirm the address");
@@ -250,7 +250,7 @@ bool TransportCore::unregisterHandler(const Address& address) {
         std::unique_lock<std::shared_mutex> lock(handlersMutex_);
         existed = handlers_.erase(address) != 0;
     }
-    if (existed && state_.load() == State::Connected) {
+    if (existed && isConnected()) {  // a lost connection took the address with it
         Envelope envelope;
         envelope.kind = FrameKind::Unregister;
         envelope.sourceAddress = address.getUUID();
@@ -326,6 +326,11 @@ std::uint64_t TransportCore::addPending(const Address& destination, std::promise
 }
 
 int TransportCore::sendFrame(Envelope envelope, const void* payload, std::size_t size) noexcept {
+    if (!pipeUp_.load()) {
+        // Without a connection the socket would hold the frame until the send timeout; it
+        // could only reach a new exchange, which knows nothing of what it answers.
+        return NNG_ECLOSED;
+    }
     envelope.sourceNode = node_;
     envelope.credit = unreportedCredit_.exchange(0);
     NngMessagePtr frame;
