@@ -1,13 +1,10 @@
 #pragma once
 
-// Shared by the SPF tests that run services on an exchange: bounded waits, containers,
-// and a directory on the exchange.
+// Shared by the SPF tests that run services on an exchange: bounded waits, ids, containers
+// dialling an exchange, and the outcome of a request.
 
 #include "agent/core/container/ServiceContainer.h"
 #include "agent/core/transport/ReplyFuture.h"
-#include "agent/directory/DirectoryCore.h"
-#include "agent/directory/DirectoryServiceClient.h"
-#include "agent/directory/DirectoryServiceHost.h"
 #include "agent/nanomsgtransport/NanomsgTransport.h"
 
 #include <boost/uuid/random_generator.hpp>
@@ -50,31 +47,5 @@ inline std::string outcome(core::transport::ReplyFuture future, Clock::time_poin
         return std::string("error: ") + e.what();
     }
 }
-
-// Makes sure the exchange at `endpoint` has a directory: an exchange that hosts its own
-// is used as it is; otherwise this object serves one until it is destroyed.
-class DirectoryOnExchange {
-public:
-    explicit DirectoryOnExchange(const std::string& endpoint) : container_(makeContainer(endpoint)) {
-        directory::DirectoryServiceClient probe(container_->createContext(randomId()), 2000ms);
-        try {
-            probe.queryDirectoryForServiceUUIDs("directory");
-            return;
-        } catch (const std::runtime_error&) {
-            // Nobody serves the directory's address yet.
-        }
-        host_ = std::make_unique<directory::DirectoryServiceHost>(std::make_shared<directory::DirectoryCore>(),
-                                                                  *container_->getTransport());
-        host_->start();
-    }
-    ~DirectoryOnExchange() {
-        host_.reset();
-        container_.reset();
-    }
-
-private:
-    std::shared_ptr<core::container::ServiceContainer> container_;
-    std::unique_ptr<directory::DirectoryServiceHost> host_;
-};
 
 }  // namespace agent::spf::testing

@@ -1,6 +1,6 @@
 #include "agent/spf/inprocessdiscovery/InProcessExchangeDiscovery.h"
 
-#include "ExchangeTestSupport.h"
+#include "spf/inprocessdiscovery/ExchangeTestSupport.h"
 
 #include "agent/core/service/NativeLegacyServiceBase.h"
 #include "agent/directoryinterfaces/ServiceInstanceInfo.h"
@@ -39,7 +39,6 @@ public:
 class InProcessExchangeDiscoveryTest : public ::testing::Test {
 protected:
     InProcessExchangeDiscovery discovery_;
-    DirectoryOnExchange directory_{discovery_.endpoint()};
 };
 
 TEST_F(InProcessExchangeDiscoveryTest, ClientsShareOneDirectoryOnOneContainer) {
@@ -72,7 +71,6 @@ TEST_F(InProcessExchangeDiscoveryTest, AContainerDiallingTheEndpointJoinsTheSame
 
 TEST_F(InProcessExchangeDiscoveryTest, TwoInstancesRunSeparateExchanges) {
     InProcessExchangeDiscovery other;
-    DirectoryOnExchange otherDirectory(other.endpoint());
     EXPECT_NE(other.endpoint(), discovery_.endpoint());
     EXPECT_EQ(other.endpoint().rfind("inproc://", 0), 0u);
 
