@@ -245,8 +245,8 @@ TEST(InvokablePublisherTest, BadRequestsGetClearErrors) {
 }
 
 TEST(InvokablePublisherTest, AfterWithdrawalNoCallbackRunsAndListenersAreTold) {
+    EventLog log;  // outlives the publisher, whose destruction tells its listeners
     Publisher publisher;
-    EventLog log;
     const auto token = publisher.addInvokableFactoryListener(log.listener());
     CountingFactory factory;
     const auto handle = factory.registerWith(publisher, "Greeter", APIVersion(2, 1));
@@ -270,13 +270,13 @@ TEST(InvokablePublisherTest, AfterWithdrawalNoCallbackRunsAndListenersAreTold) {
 }
 
 TEST(InvokablePublisherTest, AListenerCanBeToldOfTheFactoriesAlreadyThere) {
+    EventLog told;
+    EventLog notTold;
     Publisher publisher;
     CountingFactory factory;
     factory.registerWith(publisher, "Greeter", APIVersion(1));
     const auto second = factory.registerWith(publisher, "Farewell", APIVersion(2));
 
-    EventLog told;
-    EventLog notTold;
     publisher.addInvokableFactoryListener(told.listener(), true);
     publisher.addInvokableFactoryListener(notTold.listener());
     EXPECT_EQ((std::vector<std::string>{"Added Greeter 1.0.0.0", "Added Farewell 2.0.0.0"}), told.taken())
@@ -289,12 +289,12 @@ TEST(InvokablePublisherTest, AListenerCanBeToldOfTheFactoriesAlreadyThere) {
 }
 
 TEST(InvokablePublisherTest, RemovedAndFailingListenersDoNotDisturbTheOthers) {
+    EventLog kept;
+    EventLog removed;
     Publisher publisher;
     auto capture = std::make_shared<foundation::log::capture_sink>("agent::spf::servicepublisher");
     foundation::log::addSink(capture);
 
-    EventLog kept;
-    EventLog removed;
     int selfRemovingCalls = 0;
     agent::spf::servicepublisher::InvokableFactoryListenerToken selfRemoving;
     publisher.addInvokableFactoryListener(
@@ -322,13 +322,13 @@ TEST(InvokablePublisherTest, RemovedAndFailingListenersDoNotDisturbTheOthers) {
 }
 
 TEST(InvokablePublisherTest, CallbacksAndListenersMayUseThePublisher) {
-    Publisher publisher;
     EventLog log;
+    CountingFactory follower;
+    Publisher publisher;
     publisher.addInvokableFactoryListener(log.listener());
 
     // A listener that registers a follower for each new "Leader": its event comes after the
     // leader's, not nested inside the leader's delivery.
-    CountingFactory follower;
     publisher.addInvokableFactoryListener([&](InvokableFactoryEventKind kind, const InvokableFactoryDescription& f) {
         if (kind == InvokableFactoryEventKind::Added && f.name == "Leader") {
             follower.registerWith(publisher, "Follower", f.version);

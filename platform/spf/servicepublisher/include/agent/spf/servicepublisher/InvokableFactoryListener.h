@@ -12,7 +12,8 @@ enum class InvokableFactoryEventKind { Added, Removed };
 // Told of a factory that was registered or withdrawn. Called with no lock of the publisher held,
 // on the thread of some registration, withdrawal or listener addition (not necessarily the one
 // that made the change), one event at a time per publisher, in the order the changes happened.
-// An exception it throws is logged and dropped.
+// An exception it throws is logged and dropped. Events may arrive late: a factory may already be
+// withdrawn when its Added event is heard (getInvokable then fails).
 using InvokableFactoryListener =
     std::function<void(InvokableFactoryEventKind kind, const InvokableFactoryDescription& factory)>;
 
