@@ -28,8 +28,8 @@ inline boost::uuids::uuid randomId() {
     return generator();
 }
 
-inline std::shared_ptr<core::container::ServiceContainer> makeContainer(const std::string& endpoint) {
-    auto container = std::make_shared<core::container::ServiceContainer>();
+inline std::shared_ptr<agent::core::container::ServiceContainer> makeContainer(const std::string& endpoint) {
+    auto container = std::make_shared<agent::core::container::ServiceContainer>();
     container->setNewMaximumPoolSize(8);
     container->createTransport(nanomsgtransport::getTransport(*container, 5000ms, 5000ms));
     container->connectTransport(endpoint);
@@ -37,7 +37,7 @@ inline std::shared_ptr<core::container::ServiceContainer> makeContainer(const st
 }
 
 // The outcome of a request: the reply's bytes, "error: <what>", or "no answer".
-inline std::string outcome(core::transport::ReplyFuture future, Clock::time_point until = deadline()) {
+inline std::string outcome(agent::core::transport::ReplyFuture future, Clock::time_point until = deadline()) {
     if (future.wait_until(until) != std::future_status::ready) {
         return "no answer";
     }
