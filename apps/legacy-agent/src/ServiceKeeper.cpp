@@ -1,8 +1,8 @@
 #include "ServiceKeeper.h"
 
-#include "agent/directory/DirectoryServiceClient.h"
+#include "LegacyAgentLogger.h"
 
-#include "foundation/log/DiagnosticLogger.h"
+#include "agent/directory/DirectoryServiceClient.h"
 
 #include <boost/uuid/uuid_io.hpp>
 
@@ -12,15 +12,6 @@ namespace apps::legacyagent {
 
 using foundation::log::severity::info;
 using foundation::log::severity::warning;
-
-namespace {
-
-const foundation::log::diagnostic_logger& logger() {
-    static const auto* logger = new foundation::log::diagnostic_logger("legacy-agent");
-    return *logger;
-}
-
-}  // namespace
 
 ServiceKeeper::ServiceKeeper(std::shared_ptr<agent::core::container::ServiceContainer> container,
                              std::vector<Factory> factories, std::chrono::milliseconds checkInterval)
@@ -102,7 +93,7 @@ void ServiceKeeper::checkRound() {
 
 bool ServiceKeeper::restart(Slot& slot) {
     if (slot.service) {
-        FOUNDATION_LOG(logger(), warning) << "Service " << slot.service->name() << " (" << slot.instance
+        FOUNDATION_LOG(legacyAgentLogger(), warning) << "Service " << slot.service->name() << " (" << slot.instance
                                           << ") left the directory; entering it again";
         slot.service->stop();
         slot.service.reset();
@@ -118,7 +109,7 @@ bool ServiceKeeper::restart(Slot& slot) {
     }
     slot.service = std::move(service);
     slot.instance = configuration.context.getServiceInstance();
-    FOUNDATION_LOG(logger(), info) << "Service " << slot.service->name() << " (" << slot.instance
+    FOUNDATION_LOG(legacyAgentLogger(), info) << "Service " << slot.service->name() << " (" << slot.instance
                                    << ") is in the directory";
     return true;
 }

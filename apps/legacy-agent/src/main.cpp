@@ -3,6 +3,7 @@
 #include "ClockService.h"
 #include "KeyValueService.h"
 #include "KeyValueStore.h"
+#include "LegacyAgentLogger.h"
 #include "LegacyAgentOptions.h"
 #include "ServiceKeeper.h"
 
@@ -11,6 +12,7 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <string.h>
 
 #include <iostream>
 #include <memory>
@@ -18,6 +20,8 @@
 namespace {
 
 using apps::legacyagent::LegacyAgentOptions;
+using apps::legacyagent::legacyAgentLogger;
+using foundation::log::severity::info;
 using namespace std::chrono_literals;
 
 // How soon a service missing from the directory (the exchange restarted) is entered again.
@@ -47,6 +51,7 @@ int run(const LegacyAgentOptions& options, const sigset_t& termination) {
     int received = 0;
     while (::sigwait(&termination, &received) != 0) {
     }
+    FOUNDATION_LOG(legacyAgentLogger(), info) << "Stopping on " << ::strsignal(received);
     keeper.stop();
     container->disconnectTransport();
     return 0;
