@@ -28,11 +28,17 @@ class ServiceDefinition;
 //   "spf.wireFormat" (default "application/octet-stream+spf/avro+spf/multipart", kept
 //   when the interface sets its own) and "spf::servicemajor" (the major version, decimal);
 // - withdraws the entry and the handlers in stop.
+// start returns false (with a log line) when the context has no transport or the exchange
+// refuses an address or the entry; stop never throws.
 class LegacyServiceBuilder final : public agent::core::service::ServiceBuilderBase {
 public:
-    // Throws std::invalid_argument("LegacyServiceBuilder needs a serialisation catalogue")
-    // for a null catalogue. The catalogue is shared with every service created, and may
-    // gain types later; a type missing when a request arrives fails that request.
+    // The catalogue is shared with every service created and may gain types later: a type
+    // missing when a request arrives fails that request. Throws std::invalid_argument with
+    //   "LegacyServiceBuilder needs a serialisation catalogue" for a null catalogue,
+    //   "A legacy service needs an interface name" for an empty name, and
+    //   "Wire format <format> has no parts for the arguments of method <name>" when the
+    //   interface's own wire format lacks "+spf/multipart" (a whole message is then one
+    //   value) and a method takes more than one argument.
     static std::shared_ptr<agent::core::service::ServiceBuilderBase> make_shared(
         core::ServiceInterface serviceInterface, std::shared_ptr<serialisation::SerialisationCatalogue> catalogue);
 
