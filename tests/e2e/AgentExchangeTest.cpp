@@ -26,7 +26,8 @@ struct CommandLine {
 };
 
 // Runs a program to its end and returns {wait status, stdout, stderr}.
-std::tuple<int, std::string, std::string> runToEnd(const std::string& program, const std::vector<std::string>& arguments) {
+std::tuple<int, std::string, std::string> runToEnd(const std::string& program,
+                                                   const std::vector<std::string>& arguments) {
     ChildProcess child(program, arguments, ChildProcess::Stderr::Capture);
     auto out = child.readRemainingStdout(deadline());
     auto err = child.readRemainingStderr(deadline());
@@ -73,8 +74,10 @@ INSTANTIATE_TEST_SUITE_P(
         CommandLine{{"--name", "a", "--endpoint", kIpc, "--verbose"}, "Unknown option '--verbose'"},
         CommandLine{{"--name", "a", "--endpoint", kIpc, "-v"}, "Unexpected argument '-v'"},
         CommandLine{{"--name", "a", "stray"}, "Unexpected argument 'stray'"},
-        CommandLine{{"--name", "a", "--endpoint", "inproc://x"}, "Endpoint 'inproc://x' is not an ipc:// or tcp:// URL"},
-        CommandLine{{"--name", "a", "--endpoint", "/tmp/x.sock"}, "Endpoint '/tmp/x.sock' is not an ipc:// or tcp:// URL"},
+        CommandLine{{"--name", "a", "--endpoint", "inproc://x"},
+                    "Endpoint 'inproc://x' is not an ipc:// or tcp:// URL"},
+        CommandLine{{"--name", "a", "--endpoint", "/tmp/x.sock"},
+                    "Endpoint '/tmp/x.sock' is not an ipc:// or tcp:// URL"},
         CommandLine{{"--name", "a", "--endpoint", kIpc, "--mode", "KorvexDrive"},
                     "Unknown mode 'KorvexDrive' (use korvexdrive or desktopservices)"}));
 

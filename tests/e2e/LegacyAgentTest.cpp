@@ -11,6 +11,8 @@
 
 #include <boost/optional/optional_io.hpp>
 
+#include <string.h>
+
 #include <algorithm>
 #include <atomic>
 #include <iostream>
@@ -83,8 +85,8 @@ TEST(LegacyAgentHelpTest, HelpDocumentsEveryOptionAndMethodOnStdoutAndExitsZero)
     const auto status = child.waitForExit(deadline());
     ASSERT_TRUE(status);
     EXPECT_EQ(ChildProcess::describe(*status), "exit status 0");
-    for (const auto& text : {"  --exchange URL", "  --name-prefix P", "  -h, --help", "put, get, remove, keys",
-                             "now, echo"}) {
+    for (const auto& text :
+         {"  --exchange URL", "  --name-prefix P", "  -h, --help", "put, get, remove, keys", "now, echo"}) {
         EXPECT_THAT(out, HasSubstr(text));
     }
 }
@@ -198,7 +200,8 @@ TEST_F(LegacyAgentTest, SubscriptionSeesServicesStartAndARetrospectiveOneSeesTho
 
     auto& everything = subscribe(url_, DirectoryServiceClient::Retrospectively);
     everything.waitForCount(3, deadline());
-    EXPECT_THAT(everything.summary(), UnorderedElementsAre("started directory", "started KeyValueStore", "started Clock"));
+    EXPECT_THAT(everything.summary(),
+                UnorderedElementsAre("started directory", "started KeyValueStore", "started Clock"));
 
     auto& byMetadata = subscribe(url_, DirectoryServiceClient::Retrospectively, boost::none, kMetadata);
     byMetadata.waitForCount(2, deadline());
@@ -245,23 +248,42 @@ TEST_F(LegacyAgentTest, TerminatedAgentTakesItsServicesOutOfTheDirectoryAndExits
     EXPECT_EQ(directory().queryDirectoryForServiceUUIDs("*").size(), 1u);
 }
 
-TEST_F(LegacyAgentTest, RestartedExchangeGetsTheAgentsServicesBackWithTheStoreIntact) {
+TEST_F(LegacyAgentTest, AgentWhoseExchangeIsGoneStillStopsCleanlyOnSigterm) {
+    auto& agent = startLegacyAgent(url_);
+    exchange().signal(SIGKILL);
+    ASSERT_TRUE(exchange().waitForExit(deadline()));
+    agent.signal(SIGTERM);
+    const auto signalled = Clock::now();
+    const auto status = agent.waitForExit(deadline());
+    ASSERT_TRUE(status);
+    EXPECT_EQ(ChildProcess::describe(*status), "exit status 0");
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - signalled).count();
+    std::cout << "[ measured ] legacy-agent without its exchange stopped " << ms << " ms after SIGTERM\n";
+    RecordProperty("stopWithoutExchangeMs", std::to_string(ms));
+}
+
+// The exchange stopped cleanly (SIGTERM) or crashed (SIGKILL, leaving its socket file and
+// registry entry behind), then started again on the same endpoint.
+class LegacyAgentRestartTest : public LegacyAgentTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(LegacyAgentRestartTest, RestartedExchangeGetsTheAgentsServicesBackWithTheStoreIntact) {
     auto& agent = startLegacyAgent(url_);
     EXPECT_EQ(call(find("KeyValueStore"), "put", std::string("kept\0across restarts", 20)), "");
     const auto before = directory().queryDirectoryForServicesMatchingMetadata("*", kMetadata);
     endClient();
 
-    exchange().signal(SIGTERM);
+    exchange().signal(GetParam());
     const auto status = exchange().waitForExit(deadline());
     ASSERT_TRUE(status);
-    EXPECT_EQ(ChildProcess::describe(*status), "exit status 0");
+    EXPECT_EQ(ChildProcess::describe(*status), GetParam() == SIGKILL ? "killed by signal 9" : "exit status 0");
     const auto restarted = Clock::now();
     ASSERT_EQ(startExchange("e2e", endpoint()), url_);
 
     ASSERT_TRUE(testsupport::WaitFor(
         [&] { return directory().queryDirectoryForServicesMatchingMetadata("*", kMetadata).size() == 2; }, 20s));
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - restarted).count();
-    std::cout << "[ measured ] services listed again " << ms << " ms after the exchange restarted\n";
+    std::cout << "[ measured ] services listed again " << ms << " ms after the exchange restarted (after "
+              << ::strsignal(GetParam()) << ")\n";
     RecordProperty("servicesBackAfterRestartMs", std::to_string(ms));
     EXPECT_FALSE(agent.hasExited());
     EXPECT_EQ(call(find("KeyValueStore"), "get", "kept"), "across restarts");
@@ -271,6 +293,9 @@ TEST_F(LegacyAgentTest, RestartedExchangeGetsTheAgentsServicesBackWithTheStoreIn
         EXPECT_EQ(std::count(before.begin(), before.end(), instance), 0);
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Stops, LegacyAgentRestartTest, ::testing::Values(SIGTERM, SIGKILL),
+                         [](const auto& info) { return info.param == SIGKILL ? "Killed" : "Terminated"; });
 
 TEST_F(LegacyAgentTest, ConcurrentClientsOnEightThreadsEachFindTheirOwnEntries) {
     startLegacyAgent(url_);

@@ -33,7 +33,8 @@ public:
         return [this](const agent::directoryinterfaces::ServiceNotification& notification) {
             Entry entry;
             entry.at = Clock::now();
-            if (const auto* started = boost::get<agent::directoryinterfaces::ServiceStartedNotification>(&notification)) {
+            using agent::directoryinterfaces::ServiceStartedNotification;
+            if (const auto* started = boost::get<ServiceStartedNotification>(&notification)) {
                 entry.started = true;
                 entry.name = started->serviceName;
                 entry.instance = started->serviceInstance;

@@ -1,5 +1,6 @@
 #include "KeyValueService.h"
 
+#include "LegacyAgentLogger.h"
 #include "SampleServiceTraits.h"
 
 #include <stdexcept>
@@ -7,6 +8,7 @@
 namespace apps::legacyagent {
 
 using agent::core::transport::Message;
+using foundation::log::severity::warning;
 
 namespace {
 
@@ -20,12 +22,19 @@ KeyValueService::KeyValueService(const std::string& namePrefix, std::shared_ptr<
     : NativeLegacyServiceBase(namePrefix + kName, kSampleServiceVersion, sampleServiceMetadata(),
                               kDirectoryCallTimeout) {
     addMethod("put", [store](const Message& request) {
-        const std::string payload = text(request);
-        const auto nul = payload.find('\0');
-        if (nul == std::string::npos) {
-            throw std::invalid_argument("put needs a key, a NUL byte and the value");
+        try {
+            const std::string payload = text(request);
+            const auto nul = payload.find('\0');
+            if (nul == std::string::npos) {
+                throw std::invalid_argument("put needs a key, a NUL byte and the value");
+            }
+            store->put(payload.substr(0, nul), payload.substr(nul + 1));
+        } catch (const std::exception& e) {
+            // The caller gets the text as its failure; the log shows a client misbehaving.
+            FOUNDATION_LOG(legacyAgentLogger(), warning)
+                << "Refused a put of " << request.size() << " bytes: " << e.what();
+            throw;
         }
-        store->put(payload.substr(0, nul), payload.substr(nul + 1));
         return Message();
     });
     addMethod("get", [store](const Message& request) {

@@ -21,7 +21,7 @@ namespace apps::legacyagent {
 //
 // Refusals are failure replies with these texts: "put needs a key, a NUL byte and the
 // value", "No such key", and KeyValueStore::put's errors ("Key is empty", "The store is
-// full", ...).
+// full", ...); a refused put is also logged as a warning.
 //
 // Each instance serves once (see ServiceBase); a new one for the same store serves the same
 // data. The store is shared with the request handlers, so a request still running after
