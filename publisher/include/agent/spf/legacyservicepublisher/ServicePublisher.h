@@ -1,0 +1,427 @@
+#pragma once
+
+// The legacy service publisher component: Declarative Services creates it with an invokable
+// publisher, a serialisation catalogue and a thread-pool provider; Configuration Admin hands it
+// factory configurations ("qz.spf.legacyservicepublisher~<name>"); other bundles publish service
+// interfaces to it. One work thread reconciles what runs on the configured exchange endpoints
+// with what the configurations ask for, on every wake-up and periodically (every 500 ms in the
+// first 5 s after Activate, every 5 s afterwards).
+//
+// Locks and their only nestings: connectionsMutex guards all reconciliation state (stateChanged
+// is its condition); workMutex guards the work thread's wake-up fields and is never held together
+// with connectionsMutex; inProcessMutex guards inProcessDiscovery; notificationMutex guards
+// invokableFactories. Taken together, connectionsMutex comes first, then inProcessMutex or
+// notificationMutex.
+
+#include "agent/control/AgentInfo.h"
+#include "agent/core/service/ServiceBase.h"
+#include "agent/core/service/ServiceBuilderBase.h"
+#include "agent/core/serviceutils/Context.h"
+#include "agent/core/serviceutils/ServiceStub.h"
+#include "agent/directory/DirectoryServiceClient.h"
+#include "agent/directoryinterfaces/ServiceStartedNotification.h"
+#include "agent/directoryinterfaces/ServiceStoppedNotification.h"
+#include "agent/spf/core/APIVersion.h"
+#include "agent/spf/core/Invokable.h"
+#include "agent/spf/core/ServiceInterface.h"
+#include "agent/spf/inprocessdiscovery/InProcessDiscovery.h"
+#include "agent/spf/serialisation/SerialisationCatalogue.h"
+#include "agent/spf/servicepublisher/InvokablePublisher.h"
+#include "agent/spf/servicepublisher/ServicePublisher.h"
+#include "agent/spf/threadpoolprovider/ThreadPoolProvider.h"
+
+#include "foundation/concurrent/threadpool/WorkHandle.h"
+
+#include <cppmicroservices/AnyMap.h>
+#include <cppmicroservices/BundleContext.h>
+#include <cppmicroservices/ServiceRegistration.h>
+#include <cppmicroservices/ServiceRegistrationBase.h>
+#include <cppmicroservices/ServiceTracker.h>
+#include <cppmicroservices/ServiceTrackerCustomizer.h>
+#include <cppmicroservices/cm/ManagedServiceFactory.hpp>
+#include <cppmicroservices/servicecomponent/ComponentContext.hpp>
+
+#include <boost/multi_index/composite_key.hpp>
+#include <boost/multi_index/hashed_index.hpp>
+#include <boost/multi_index/member.hpp>
+#include <boost/multi_index/ordered_index.hpp>
+#include <boost/multi_index/random_access_index.hpp>
+#include <boost/multi_index/tag.hpp>
+#include <boost/multi_index_container.hpp>
+#include <boost/property_tree/ptree.hpp>
+#include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid.hpp>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace agent::spf::legacyservicepublisher {
+
+// The invokable handed to SPF clients for one legacy service instance.
+class InvokableImpl;
+
+class ServicePublisher final
+    : public agent::spf::servicepublisher::ServicePublisher,
+      public cppmicroservices::service::cm::ManagedServiceFactory,
+      public cppmicroservices::ServiceTrackerCustomizer<agent::spf::inprocessdiscovery::InProcessDiscovery> {
+public:
+    using InvokablePublisherType = agent::spf::servicepublisher::InvokablePublisher<agent::spf::core::Invokable>;
+    using ComponentContext = cppmicroservices::service::component::ComponentContext;
+    using InProcessDiscovery = agent::spf::inprocessdiscovery::InProcessDiscovery;
+
+    // How a connection is torn down: Yes cuts the transport at once (the container stays alive
+    // while services wind down on its pool); No disconnects in order and releases the container.
+    enum class ForceCleanup { Yes = 0, No = 1 };
+
+    // Which running agent an endpoint keyword asks for: "korvexConnectorDiscovery" (registry
+    // filter "(mode=korvexdrive)") or "norbridgeServiceHostDiscovery" ("(mode=desktopservices)").
+    enum class ConnectorMode { KORVEXDrive = 0, DesktopServices = 1 };
+
+    // What a reconciliation does: InterfaceAdded only starts missing services, InterfaceWithdrawn
+    // only stops services no longer asked for, ConfigurationOrPass does both.
+    enum class ChangeType { InterfaceAdded = 0, InterfaceWithdrawn = 1, ConfigurationOrPass = 2 };
+
+    // One requested service of a publisher configuration. Only the major version takes part in
+    // choosing the interface.
+    struct ServiceConfiguration {
+        ServiceConfiguration(std::string name, agent::spf::core::APIVersion version,
+                             boost::property_tree::ptree requestedProperties, std::string uniqueID);
+
+        std::string name;
+        agent::spf::core::APIVersion version;
+        // Properties the chosen interface must have; empty = no requirement.
+        boost::property_tree::ptree requestedProperties;
+        // Identifies the instance within its publisher configuration.
+        std::string uniqueID;
+    };
+
+    // One factory configuration, parsed.
+    struct PublisherConfiguration {
+        PublisherConfiguration(std::set<std::string> endpoints, std::vector<ServiceConfiguration> serviceConfigurations,
+                               unsigned int modificationCount);
+
+        // Exchange endpoint addresses and endpoint keywords.
+        std::set<std::string> endpoints;
+        // In configuration order.
+        std::vector<ServiceConfiguration> serviceConfigurations;
+        // Only a higher count replaces a stored configuration.
+        unsigned int modificationCount;
+    };
+
+    // One open connection to an exchange endpoint. The record owns the directory client; the
+    // container behind it is owned jointly by the two closures. Move-only; nothing here throws.
+    struct AgentConnection {
+        AgentConnection(std::function<agent::core::serviceutils::Context(unsigned int)> contextFactory,
+                        std::function<void(ForceCleanup)> cleanup,
+                        std::unique_ptr<agent::directory::DirectoryServiceClient> directoryClient,
+                        boost::uuids::uuid callbackRegistrationId) noexcept
+            : contextFactory(std::move(contextFactory)),
+              cleanup(std::move(cleanup)),
+              directoryClient(std::move(directoryClient)),
+              callbackRegistrationId(callbackRegistrationId) {}
+        AgentConnection(AgentConnection&&) noexcept = default;
+        AgentConnection& operator=(AgentConnection&&) noexcept = default;
+        AgentConnection(const AgentConnection&) = delete;
+        AgentConnection& operator=(const AgentConnection&) = delete;
+        // Member order makes this destroy the directory client, then cleanup, then contextFactory.
+        ~AgentConnection() = default;
+
+        // A fresh agent context on the connection; the argument is its concurrency limit.
+        std::function<agent::core::serviceutils::Context(unsigned int)> contextFactory;
+        // Disconnects the transport, by force or in order.
+        std::function<void(ForceCleanup)> cleanup;
+        std::unique_ptr<agent::directory::DirectoryServiceClient> directoryClient;
+        // The directory subscription; nil when there is none.
+        boost::uuids::uuid callbackRegistrationId;
+    };
+
+    // One published service interface and the builder chosen for it from its metadata
+    // ("spf.legacy.servicebuilder", "spf.legacy.bundleid", "spf.legacy.servicebuilderlibrary").
+    // Immutable once made; not copyable.
+    struct ServiceInterfaceEntry {
+        // Chooses the builder (getServiceBuilder); throws what that throws.
+        ServiceInterfaceEntry(boost::uuids::uuid id, agent::spf::core::ServiceInterface serviceInterface,
+                              const cppmicroservices::BundleContext& context,
+                              std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue> catalogue);
+        ServiceInterfaceEntry(const ServiceInterfaceEntry&) = delete;
+        ServiceInterfaceEntry& operator=(const ServiceInterfaceEntry&) = delete;
+
+        const std::string& getServiceInterfaceName() const { return interfaceName; }
+        const agent::spf::core::APIVersion& getServiceInterfaceVersion() const { return version; }
+        const std::map<std::string, std::string>& getServiceProperties() const { return serviceProperties; }
+
+        // A new, unstarted service from the builder; may be null. Throws what the builder throws.
+        std::shared_ptr<agent::core::service::ServiceBase> create() const;
+
+        // The declarative-services builder unless "spf.legacy.servicebuilder" is exactly "true";
+        // then the bundle's builder ("spf.legacy.bundleid", base 10) or the library's
+        // ("spf.legacy.servicebuilderlibrary"). Throws std::runtime_error
+        // "Unable to obtain valid Bundle for legacy bundle based ServiceInterface" or
+        // "Unable to obtain library name for legacy library based ServiceInterface", or the
+        // std::invalid_argument / std::out_of_range of a malformed bundle id.
+        std::shared_ptr<agent::core::service::ServiceBuilderBase> getServiceBuilder(
+            const cppmicroservices::BundleContext& context,
+            std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue> catalogue);
+
+        const boost::uuids::uuid uuid;
+        const agent::spf::core::ServiceInterface serviceInterface;
+        const std::string interfaceName;
+        const agent::spf::core::APIVersion version;
+        const std::map<std::string, std::string> serviceProperties;
+        const std::shared_ptr<agent::core::service::ServiceBuilderBase> serviceBuilder;
+    };
+
+    // One running legacy service instance, identified by (exchangeEndpoint, configurationKey,
+    // uniqueID). Declared with its fields only for now: the record that starts its service on
+    // construction and stops it on destruction comes with the service-entry work.
+    struct ServiceEntry {
+        ServiceEntry(const ServiceEntry&) = delete;
+        ServiceEntry& operator=(const ServiceEntry&) = delete;
+
+        std::string exchangeEndpoint;
+        std::string configurationKey;
+        std::string uniqueID;
+        // The ServiceInterfaceEntry whose builder made the service.
+        boost::uuids::uuid interfaceId;
+        agent::core::serviceutils::Context context;
+        boost::property_tree::ptree requestedProperties;
+        std::shared_ptr<agent::core::service::ServiceBase> service;
+    };
+
+    // The invokable factory published for one directory instance, keyed by (exchangeEndpoint,
+    // serviceUuid). Declared with its fields only for now: registering the factory on
+    // construction and withdrawing it on destruction comes with the invokable-factory work.
+    struct InvokableFactoryEntry {
+        InvokableFactoryEntry(const InvokableFactoryEntry&) = delete;
+        InvokableFactoryEntry& operator=(const InvokableFactoryEntry&) = delete;
+
+        std::string exchangeEndpoint;
+        boost::uuids::uuid serviceUuid;
+        agent::core::serviceutils::ServiceStub serviceStub;
+        std::function<agent::core::serviceutils::Context(unsigned int)> contextFactory;
+        std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue> serialisationCatalogue;
+        std::mutex mutex;  // guards invokables and calls of contextFactory
+        std::set<std::shared_ptr<InvokableImpl>> invokables;
+        InvokablePublisherType& invokablePublisher;
+        agent::spf::servicepublisher::InvokableFactoryHandle registration;
+    };
+
+    // Index tags of the entry containers.
+    struct ByUuid {};
+    struct ByNameAndVersion {};
+    struct BySequence {};
+    struct ByIdentity {};
+    struct ByEndpoint {};
+    struct ByEndpointAndService {};
+
+    using ServiceInterfaces = boost::multi_index_container<
+        ServiceInterfaceEntry,
+        boost::multi_index::indexed_by<
+            boost::multi_index::hashed_unique<
+                boost::multi_index::tag<ByUuid>,
+                boost::multi_index::member<ServiceInterfaceEntry, const boost::uuids::uuid, &ServiceInterfaceEntry::uuid>>,
+            boost::multi_index::ordered_non_unique<
+                boost::multi_index::tag<ByNameAndVersion>,
+                boost::multi_index::composite_key<
+                    ServiceInterfaceEntry,
+                    boost::multi_index::member<ServiceInterfaceEntry, const std::string, &ServiceInterfaceEntry::interfaceName>,
+                    boost::multi_index::member<ServiceInterfaceEntry, const agent::spf::core::APIVersion,
+                                               &ServiceInterfaceEntry::version>>>>>;
+
+    using ServiceEntries = boost::multi_index_container<
+        ServiceEntry,
+        boost::multi_index::indexed_by<
+            boost::multi_index::random_access<boost::multi_index::tag<BySequence>>,
+            boost::multi_index::ordered_unique<
+                boost::multi_index::tag<ByIdentity>,
+                boost::multi_index::composite_key<
+                    ServiceEntry, boost::multi_index::member<ServiceEntry, std::string, &ServiceEntry::exchangeEndpoint>,
+                    boost::multi_index::member<ServiceEntry, std::string, &ServiceEntry::configurationKey>,
+                    boost::multi_index::member<ServiceEntry, std::string, &ServiceEntry::uniqueID>>>,
+            boost::multi_index::ordered_non_unique<
+                boost::multi_index::tag<ByEndpoint>,
+                boost::multi_index::member<ServiceEntry, std::string, &ServiceEntry::exchangeEndpoint>>>>;
+
+    using InvokableFactories = boost::multi_index_container<
+        InvokableFactoryEntry,
+        boost::multi_index::indexed_by<boost::multi_index::ordered_unique<
+            boost::multi_index::tag<ByEndpointAndService>,
+            boost::multi_index::composite_key<
+                InvokableFactoryEntry,
+                boost::multi_index::member<InvokableFactoryEntry, std::string, &InvokableFactoryEntry::exchangeEndpoint>,
+                boost::multi_index::member<InvokableFactoryEntry, boost::uuids::uuid,
+                                           &InvokableFactoryEntry::serviceUuid>>>>>;
+
+    // The directory client of the in-process exchange and the discovery service it came from,
+    // which must outlive the client; both null when there is none.
+    using FrameworkDiscoveryResult = std::pair<std::unique_ptr<agent::directory::DirectoryServiceClient>,
+                                               std::shared_ptr<InProcessDiscovery>>;
+
+    // Declarative Services calls this with the three bound references (never null). Does not
+    // start the work thread. Framework thread; throws only std::bad_alloc.
+    ServicePublisher(const std::shared_ptr<InvokablePublisherType>& invokablePublisher,
+                     const std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue>& serialisationCatalogue,
+                     const std::shared_ptr<agent::spf::threadpoolprovider::ThreadPoolProvider>& threadpoolProvider);
+    ServicePublisher(const ServicePublisher&) = delete;
+    ServicePublisher& operator=(const ServicePublisher&) = delete;
+    // The work thread must have been joined (Deactivate); destroys every entry still held.
+    ~ServicePublisher() override;
+
+    // Registers an interface and returns the uuid that withdraws it. Blocks, deliberately, until
+    // the first publisher configuration has arrived. Any thread; takes connectionsMutex. Throws
+    // std::runtime_error("Unable to publish service") when deactivation has begun (also while
+    // waiting) or when starting the configured services on the new interface fails, and the
+    // builder-selection errors of ServiceInterfaceEntry::getServiceBuilder; the registry is
+    // then as it was.
+    boost::uuids::uuid publishService(agent::spf::core::ServiceInterface serviceInterface) override;
+    // Withdraws the interface with that uuid and stops the services that depended on it. False
+    // for an unknown uuid. Any thread; takes connectionsMutex; a failure ends the process.
+    bool unpublishService(const boost::uuids::uuid& id) noexcept override;
+
+    // Records factory configuration `pid` (key: the PID without its first 30 characters when it
+    // has 31 or more) unless an equal or higher modificationCount is stored, reconciles at once
+    // and wakes the work thread. An empty map is ignored. Configuration Admin's thread; takes
+    // connectionsMutex, then workMutex. Throws what parsing throws for a missing or mistyped
+    // "config.endpointsToConnectTo" or "serviceConfigurations" (nothing is recorded then).
+    void Updated(const std::string& pid, const cppmicroservices::AnyMap& properties) override;
+    // Forgets configuration `pid` and wakes the work thread, whose next pass stops its services.
+    // Configuration Admin's thread; takes connectionsMutex, then workMutex. Never throws.
+    void Removed(const std::string& pid) override;
+
+    // The in-process discovery tracker's callbacks (framework threads).
+    std::shared_ptr<InProcessDiscovery> AddingService(
+        const cppmicroservices::ServiceReference<InProcessDiscovery>& reference) override;
+    void ModifiedService(const cppmicroservices::ServiceReference<InProcessDiscovery>& reference,
+                         const std::shared_ptr<InProcessDiscovery>& service) override;
+    void RemovedService(const cppmicroservices::ServiceReference<InProcessDiscovery>& reference,
+                        const std::shared_ptr<InProcessDiscovery>& service) override;
+
+    // Takes the bundle context, opens the in-process discovery tracker and starts the work
+    // thread, whose first pass runs at once. Framework thread. Throws std::system_error
+    // "thread constructor failed" when the thread cannot be made (the component stays inactive);
+    // calling it while the work thread still runs ends the process.
+    void Activate(const std::shared_ptr<ComponentContext>& context);
+    // Closes the tracker, stops the work thread after one last full pass, waits for this
+    // component's connection tasks, tears every connection down and empties the interface
+    // registry. Blocking; framework thread; never called from the work thread.
+    void Deactivate(const std::shared_ptr<ComponentContext>& context);
+
+private:
+    friend class ServicePublisherTestAccess;
+
+    // Work thread.
+    // Call with workMutex held.
+    bool workThreadShouldWakeup() const;
+    void threadProc();
+    // Sets wakeRequested and notifies the work thread. Call with neither workMutex nor
+    // connectionsMutex held.
+    void wakeWorkThread();
+
+    // Configuration.
+    // Parses one factory configuration; uses no member state. Logs and skips bad elements;
+    // throws for a missing or mistyped "config.endpointsToConnectTo" or "serviceConfigurations".
+    PublisherConfiguration toPublisherConfiguration(const cppmicroservices::AnyMap& properties);
+    // The PID whole when shorter than 31 characters, else without its first 30.
+    static std::string configurationKey(const std::string& pid);
+    // Call with connectionsMutex held. Not yet reconciling: starts and stops nothing and
+    // reports success until the reconciliation work lands.
+    bool ensureAllPublisherConfigurationsAreHonoured(ChangeType change);
+
+    // Agent connections. Call with connectionsMutex held unless said otherwise.
+    // Not yet connecting: returns an empty result. Takes no lock itself.
+    std::optional<AgentConnection> createNewAgentConnection(const std::string& endpoint);
+    // Not yet connecting: posts nothing.
+    void createNewAgentConnectionAsync(const std::string& endpoint);
+    // Not yet discovering: opens and closes no connection.
+    void ensureAllConfiguredAgentConnectionsAreHonoured(const std::set<std::string>& justShutDown);
+    // Not yet discovering: reports no exchange.
+    std::pair<std::string, bool> checkStatusOfKORVEXConnector(std::unique_ptr<agent::control::AgentInfo>& known,
+                                                              ConnectorMode mode, std::set<std::string>& keep,
+                                                              const std::set<std::string>& justShutDown);
+    // Not yet tearing down: leaves the connection as it is.
+    void cleanUpAgentConnection(const std::string& endpoint, AgentConnection& connection, ForceCleanup force);
+    // Not yet tearing down: leaves agentConnections as it is.
+    void cleanUpAgentConnection(const std::string& endpoint, ForceCleanup force);
+    // Not yet tearing down: leaves agentConnections as it is.
+    void cleanUpAllAgentConnections();
+
+    // In-process exchange.
+    // Takes inProcessMutex only; not yet tracking, so always false.
+    bool hasInProcess() const;
+    // Takes inProcessMutex only; not yet tracking, so always the empty result.
+    FrameworkDiscoveryResult getInProcessFrameworkDiscoveryService(unsigned int concurrency) const;
+    // Call with connectionsMutex held. Not yet connecting: adds no connection.
+    void addInProcessExchangeEndpoint();
+
+    // Directory notifications (the notifications run on the connection's pool and take
+    // notificationMutex, then workMutex, never both and never connectionsMutex).
+    // Not yet subscribing: returns the nil uuid.
+    boost::uuids::uuid registerForCallbacks(const std::string& endpoint,
+                                            agent::directory::DirectoryServiceClient& client);
+    // Not yet publishing factories: does nothing.
+    void serviceStartedNotification(const std::string& endpoint,
+                                    const agent::directoryinterfaces::ServiceStartedNotification& notification);
+    // Not yet publishing factories: does nothing.
+    void serviceStoppedNotification(const std::string& endpoint,
+                                    const agent::directoryinterfaces::ServiceStoppedNotification& notification);
+    // Work thread. Not yet removing duplicates: does nothing.
+    void removeExpiredDuplicateServicesIfRequired(agent::directory::DirectoryServiceClient& client,
+                                                  const std::string& serviceName,
+                                                  const boost::property_tree::ptree& metadata,
+                                                  unsigned int majorVersion);
+
+    // Invokable factories. Call with connectionsMutex held. Not yet querying directories: no
+    // query can fail, so false.
+    bool ensureAllKnownServicesHaveInvokables();
+
+    std::shared_ptr<InvokablePublisherType> invokablePublisher;
+    std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue> serialisationCatalogue;
+    std::shared_ptr<agent::spf::threadpoolprovider::ThreadPoolProvider> threadpoolProvider;
+    cppmicroservices::BundleContext bundleContext;
+
+    std::mutex workMutex;  // guards the five work-thread fields below
+    std::condition_variable workCondition;
+    bool stopRequested = false;
+    std::chrono::steady_clock::time_point fastPhaseEnd;
+    std::chrono::steady_clock::time_point nextPassDue;
+    std::set<std::string> endpointsToForceTeardown;
+    bool wakeRequested = false;
+
+    std::mutex connectionsMutex;  // guards every member from here to serviceEntries, and deactivating
+    std::unique_ptr<agent::control::AgentInfo> korvexConnectorAgent;
+    std::unique_ptr<agent::control::AgentInfo> serviceHostAgent;
+    std::string serviceHostExchange;
+    cppmicroservices::ServiceRegistrationBase inProcessBridgeRegistration{cppmicroservices::ServiceRegistrationU()};
+    std::map<std::string, AgentConnection> agentConnections;
+    std::map<std::string, std::shared_ptr<foundation::concurrent::threadpool::WorkHandle>> pendingAgentConnections;
+    std::map<std::string, unsigned int> directoryQueryFailures;
+    std::map<std::string, PublisherConfiguration> publisherConfigurations;
+    std::set<std::string> failedAgentConnections;
+    std::condition_variable stateChanged;
+    ServiceInterfaces serviceInterfaces;
+    ServiceEntries serviceEntries;
+    boost::uuids::random_generator uuidGenerator;
+    bool deactivating = false;
+
+    std::mutex notificationMutex;  // guards invokableFactories
+    InvokableFactories invokableFactories;
+    boost::uuids::uuid connectionTaskGroup;
+
+    mutable std::mutex inProcessMutex;  // guards inProcessDiscovery
+    std::shared_ptr<InProcessDiscovery> inProcessDiscovery;
+    std::unique_ptr<cppmicroservices::ServiceTracker<InProcessDiscovery>> inProcessTracker;
+    std::string desktopRealmName;
+    std::thread workThread;
+};
+
+}  // namespace agent::spf::legacyservicepublisher
