@@ -93,8 +93,8 @@ void ServiceKeeper::checkRound() {
 
 bool ServiceKeeper::restart(Slot& slot) {
     if (slot.service) {
-        FOUNDATION_LOG(legacyAgentLogger(), warning) << "Service " << slot.service->name() << " (" << slot.instance
-                                          << ") left the directory; entering it again";
+        FOUNDATION_LOG(legacyAgentLogger(), warning)
+            << "Service " << slot.service->name() << " (" << slot.instance << ") left the directory; entering it again";
         slot.service->stop();
         slot.service.reset();
     }
@@ -109,8 +109,8 @@ bool ServiceKeeper::restart(Slot& slot) {
     }
     slot.service = std::move(service);
     slot.instance = configuration.context.getServiceInstance();
-    FOUNDATION_LOG(legacyAgentLogger(), info) << "Service " << slot.service->name() << " (" << slot.instance
-                                   << ") is in the directory";
+    FOUNDATION_LOG(legacyAgentLogger(), info)
+        << "Service " << slot.service->name() << " (" << slot.instance << ") is in the directory";
     return true;
 }
 
