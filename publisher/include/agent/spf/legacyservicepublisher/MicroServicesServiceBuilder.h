@@ -34,7 +34,7 @@ private:
     // Starts the bundle and takes its first registered ServiceBuilderBase, once.
     void ensureBundleStarted();
 
-    const cppmicroservices::Bundle bundle;
+    cppmicroservices::Bundle bundle;  // Start() is not const
     // Null until ensureBundleStarted succeeds; never changes afterwards.
     std::shared_ptr<agent::core::service::ServiceBuilderBase> builder;
     std::mutex mutex;  // guards bundleStarted and builder
