@@ -1,0 +1,75 @@
+#pragma once
+
+#include "agent/spf/legacyservicepublisher/ServicePublisher.h"
+
+#include <boost/uuid/uuid.hpp>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace agent::spf::legacyservicepublisher {
+
+// Reads and seeds a publisher's state under the locks the publisher itself uses.
+class ServicePublisherTestAccess {
+public:
+    using PublisherConfiguration = ServicePublisher::PublisherConfiguration;
+    using ServiceConfiguration = ServicePublisher::ServiceConfiguration;
+    using ServiceInterfaceEntry = ServicePublisher::ServiceInterfaceEntry;
+
+    static std::map<std::string, PublisherConfiguration> configurations(ServicePublisher& publisher) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        return publisher.publisherConfigurations;
+    }
+
+    static std::string configurationKey(const std::string& pid) { return ServicePublisher::configurationKey(pid); }
+
+    static std::set<std::string> failedAgentConnections(ServicePublisher& publisher) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        return publisher.failedAgentConnections;
+    }
+
+    static void markFailed(ServicePublisher& publisher, const std::string& endpoint) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        publisher.failedAgentConnections.insert(endpoint);
+    }
+
+    static std::size_t interfaceCount(ServicePublisher& publisher) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        return publisher.serviceInterfaces.size();
+    }
+
+    // The builder of the interface published under id; null when there is no such entry.
+    static std::shared_ptr<agent::core::service::ServiceBuilderBase> builderOf(ServicePublisher& publisher,
+                                                                              const boost::uuids::uuid& id) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        const auto& byUuid = publisher.serviceInterfaces.get<ServicePublisher::ByUuid>();
+        const auto entry = byUuid.find(id);
+        return entry == byUuid.end() ? nullptr : entry->serviceBuilder;
+    }
+
+    // (name, version text) of every interface, in name and version order.
+    static std::vector<std::pair<std::string, std::string>> interfacesByNameAndVersion(ServicePublisher& publisher) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        std::vector<std::pair<std::string, std::string>> result;
+        for (const auto& entry : publisher.serviceInterfaces.get<ServicePublisher::ByNameAndVersion>()) {
+            result.emplace_back(entry.getServiceInterfaceName(), entry.getServiceInterfaceVersion().toString());
+        }
+        return result;
+    }
+
+    static const boost::uuids::uuid& connectionTaskGroup(const ServicePublisher& publisher) {
+        return publisher.connectionTaskGroup;
+    }
+
+    static bool workThreadJoinable(const ServicePublisher& publisher) { return publisher.workThread.joinable(); }
+
+    static bool bundleContextValid(const ServicePublisher& publisher) {
+        return static_cast<bool>(publisher.bundleContext);
+    }
+};
+
+}  // namespace agent::spf::legacyservicepublisher
