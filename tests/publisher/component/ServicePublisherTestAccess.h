@@ -61,6 +61,16 @@ public:
         return result;
     }
 
+    // Queues endpoints for forced teardown and wakes the work thread, as a directory reporting
+    // its own stop does.
+    static void queueForcedTeardown(ServicePublisher& publisher, const std::set<std::string>& endpoints) {
+        {
+            std::lock_guard<std::mutex> lock(publisher.workMutex);
+            publisher.endpointsToForceTeardown.insert(endpoints.begin(), endpoints.end());
+        }
+        publisher.workCondition.notify_one();
+    }
+
     static const boost::uuids::uuid& connectionTaskGroup(const ServicePublisher& publisher) {
         return publisher.connectionTaskGroup;
     }

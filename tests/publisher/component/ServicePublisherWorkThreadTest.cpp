@@ -92,6 +92,29 @@ TEST_F(WorkThreadTest, DeactivateWhileTheThreadWaitsRunsExactlyOneMoreFullPass) 
     EXPECT_FALSE(ServicePublisherTestAccess::bundleContextValid(*publisher));
 }
 
+TEST_F(WorkThreadTest, EndpointsQueuedForForcedTeardownAreTornDownOnceInAscendingOrderByTheNextPass) {
+    activate();
+    ASSERT_TRUE(recorder->waitForCount(1));
+    ServicePublisherTestAccess::queueForcedTeardown(*publisher, {"tcp://c:1", "inprocess", "tcp://a:1"});
+    const auto forces = [](const PassReport& pass) { return !pass.forcedEndpoints.empty(); };
+    ASSERT_TRUE(recorder->waitFor(
+        [&forces](const std::vector<PassReport>& passes) { return countIf(passes, forces) == 1; }));
+    auto passes = recorder->passes();
+    const auto forcingPass =
+        static_cast<std::size_t>(std::find_if(passes.begin(), passes.end(), forces) - passes.begin());
+    ASSERT_TRUE(recorder->waitForCount(forcingPass + 2));
+
+    passes = recorder->passes();
+    EXPECT_EQ(1u, countIf(passes, forces));
+    EXPECT_TRUE(passes[forcingPass].woken);
+    EXPECT_EQ((std::set<std::string>{"inprocess", "tcp://a:1", "tcp://c:1"}), passes[forcingPass].forcedEndpoints);
+    EXPECT_TRUE(passes[forcingPass + 1].forcedEndpoints.empty());
+    EXPECT_EQ((std::vector<std::string>{"0x4 Forcing teardown of exchange endpoint: inprocess",
+                                        "0x4 Forcing teardown of exchange endpoint: tcp://a:1",
+                                        "0x4 Forcing teardown of exchange endpoint: tcp://c:1"}),
+              logLines());
+}
+
 TEST_F(WorkThreadTest, TheWorkThreadKeepsAFunctionTraceOpenForItsWholeLife) {
     agent::spf::legacyservicepublisher::getLogger().setMask(foundation::log::defaultSeverityMask |
                                                              foundation::log::severity::trace);

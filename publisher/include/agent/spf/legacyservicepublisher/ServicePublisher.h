@@ -295,7 +295,7 @@ public:
     // "config.endpointsToConnectTo" or "serviceConfigurations" (nothing is recorded then).
     void Updated(const std::string& pid, const cppmicroservices::AnyMap& properties) override;
     // Forgets configuration `pid` and wakes the work thread, whose next pass stops its services.
-    // Configuration Admin's thread; takes connectionsMutex, then workMutex. Never throws.
+    // Configuration Admin's thread; takes connectionsMutex, then workMutex. Throws only std::bad_alloc.
     void Removed(const std::string& pid) override;
 
     // The in-process discovery tracker's callbacks (framework threads).
