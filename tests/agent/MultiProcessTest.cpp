@@ -1,114 +1,50 @@
 #include "AgentTestSupport.h"
+#include "PeerProcess.h"
 
 #include "support/Barrier.h"
+
+#include "agent/directory/DirectoryServiceClient.h"
 
 #include <gtest/gtest.h>
 
 #include <boost/uuid/uuid_io.hpp>
 
-#include <poll.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 
-extern char** environ;
-
 using namespace agent::testing;
 using agent::core::transport::Address;
 using agent::core::transport::ReplyFuture;
+using agent::directory::DirectoryServiceClient;
+using agent::directoryinterfaces::ServiceNotification;
 
 namespace {
 
-// A child process running agent_test_peer, talking to us through its stdin and stdout.
-// Closing its stdin ends it; the destructor kills it if it lingers.
-class PeerProcess {
+// A directory subscription's notifications as "started X" / "stopped X".
+class Notifications {
 public:
-    explicit PeerProcess(const std::vector<std::string>& arguments) {
-        int toChild[2];
-        int fromChild[2];
-        if (::pipe(toChild) != 0 || ::pipe(fromChild) != 0) {
-            throw std::runtime_error("pipe failed");
-        }
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, toChild[0], STDIN_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, fromChild[1], STDOUT_FILENO);
-        posix_spawn_file_actions_addclose(&actions, toChild[1]);
-        posix_spawn_file_actions_addclose(&actions, fromChild[0]);
-        std::vector<std::string> all{AGENT_TEST_PEER};
-        all.insert(all.end(), arguments.begin(), arguments.end());
-        std::vector<char*> argv;
-        for (auto& argument : all) {
-            argv.push_back(argument.data());
-        }
-        argv.push_back(nullptr);
-        const int rv = posix_spawn(&pid_, AGENT_TEST_PEER, &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(toChild[0]);
-        ::close(fromChild[1]);
-        stdin_ = toChild[1];
-        stdout_ = fromChild[0];
-        if (rv != 0) {
-            throw std::runtime_error("posix_spawn failed");
-        }
+    agent::directory::DirectoryCallback callback() {
+        return [this](const ServiceNotification& n) {
+            const auto* started = boost::get<agent::directoryinterfaces::ServiceStartedNotification>(&n);
+            std::lock_guard<std::mutex> lock(seenMutex_);
+            seen_.push_back(started != nullptr
+                                ? "started " + started->serviceName
+                                : "stopped " + boost::get<agent::directoryinterfaces::ServiceStoppedNotification>(n)
+                                                   .serviceName);
+        };
     }
-    ~PeerProcess() {
-        signal(SIGCONT);
-        ::close(stdin_);
-        if (!exited(deadline(5s))) {
-            signal(SIGKILL);
-            exited(deadline(5s));
-        }
-        ::close(stdout_);
-    }
-
-    // The next line of its output, or "" at the deadline or end of output.
-    std::string readLine(Clock::time_point until = deadline()) {
-        std::string line;
-        while (Clock::now() < until) {
-            pollfd readable{stdout_, POLLIN, 0};
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now());
-            if (::poll(&readable, 1, static_cast<int>(std::max<long>(left.count(), 1))) <= 0) {
-                continue;
-            }
-            char c;
-            if (::read(stdout_, &c, 1) != 1) {
-                return line;
-            }
-            if (c == '\n') {
-                return line;
-            }
-            line += c;
-        }
-        return line;
-    }
-    void signal(int number) {
-        if (pid_ > 0) {
-            ::kill(pid_, number);
-        }
-    }
-    bool exited(Clock::time_point until) {
-        if (pid_ <= 0) {
-            return true;
-        }
-        while (Clock::now() < until) {
-            if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
-                pid_ = -1;
-                return true;
-            }
-            std::this_thread::sleep_for(5ms);
-        }
-        return false;
+    bool saw(const std::vector<std::string>& expected) {
+        return eventually([&] {
+            std::lock_guard<std::mutex> lock(seenMutex_);
+            return seen_ == expected;
+        });
     }
 
 private:
-    pid_t pid_ = -1;
-    int stdin_ = -1;
-    int stdout_ = -1;
+    std::mutex seenMutex_;
+    std::vector<std::string> seen_;
 };
 
 class MultiProcessTest : public ::testing::TestWithParam<std::string> {
@@ -199,6 +135,27 @@ TEST_P(MultiProcessTest, ForceDisconnectReturnsPromptlyWhenTheExchangeIsStopped)
     EXPECT_EQ(outcome(pending, deadline(1s)), "error: The transport was disconnected");
     exchange_->signal(SIGCONT);
     done.wait();
+}
+
+TEST_P(MultiProcessTest, AKilledContainersServicesLeaveTheDirectoryAndSubscribersHearOfIt) {
+    DirectoryServiceClient watcher(client_->createContext(client_->generateServiceInstance()), 5000ms);
+    Notifications notifications;
+    watcher.registerForCallbacks(notifications.callback(), DirectoryServiceClient::Retrospectively,
+                                 std::string("EchoPeer"), boost::none);
+    ASSERT_TRUE(notifications.saw({"started EchoPeer"}));
+    server_->signal(SIGKILL);
+    EXPECT_TRUE(notifications.saw({"started EchoPeer", "stopped EchoPeer"}));
+    EXPECT_TRUE(watcher.queryDirectoryForServiceUUIDs("EchoPeer").empty());
+}
+
+TEST_P(MultiProcessTest, AnExchangeShuttingDownTellsSubscribersItsDirectoryStopped) {
+    DirectoryServiceClient watcher(client_->createContext(client_->generateServiceInstance()), 5000ms);
+    Notifications notifications;
+    watcher.registerForCallbacks(notifications.callback(), DirectoryServiceClient::OnlyNewChanges,
+                                 std::string("directory"), boost::none);
+    exchange_->closeInput();
+    EXPECT_TRUE(notifications.saw({"stopped directory"}));
+    EXPECT_TRUE(exchange_->exited(deadline()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, MultiProcessTest, ::testing::Values("ipc", "tcp"),

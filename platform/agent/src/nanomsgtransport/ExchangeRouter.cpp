@@ -1,6 +1,5 @@
 #include "nanomsgtransport/ExchangeRouter.h"
 
-#include "nanomsgtransport/AcceptedConnections.h"
 #include "nanomsgtransport/Loggers.h"
 
 #include "foundation/log/Severity.h"
@@ -24,13 +23,24 @@ constexpr std::size_t kRemovedPipesRemembered = 4096;
 // probes in a row this long each mean it has stopped accepting.
 constexpr nng_duration kProbeWaitMs = 1000;
 constexpr unsigned kProbesBeforeRestart = 2;
-constexpr nng_duration kProbeSliceMs = 50;
-// Connections shut down from our side end as soon as nng reads the end of the stream.
-constexpr std::chrono::milliseconds kDrainWait{2000};
-constexpr std::chrono::milliseconds kDrainRescan{50};
+// A container hangs up on our Goodbye at once; one that has not after this long
+// (stalled, or not one of ours) is hung up on.
+constexpr std::chrono::milliseconds kGoodbyeWait{500};
+// A container hangs up as soon as its receive path reads our hang-up; only one that
+// does not read (stopped, stalled) makes us wait this long.
+constexpr std::chrono::milliseconds kHangUpWait{2000};
 
 std::string text(const boost::uuids::uuid& id) {
     return boost::uuids::to_string(id);
+}
+
+// The exchange is closing (Envelope.h). Throws what makeFrame throws.
+NngMessagePtr makeGoodbye(const boost::uuids::uuid& node) {
+    Envelope goodbye;
+    goodbye.kind = FrameKind::Goodbye;
+    goodbye.flags = FrameFlags::fromExchange;
+    goodbye.destinationAddress = node;
+    return makeFrame(goodbye, nullptr, 0);
 }
 
 }  // namespace
@@ -125,11 +135,10 @@ void Exchange::Router::close() {
         }
         closed_ = true;
     }
-    // Nobody may be inside nng on this socket when it closes (SocketSender.h): senders
-    // first, then the housekeeper, which also owns the listeners; the connections end from
-    // their own receive path while we still read (AcceptedConnections.h); then the
+    // The connections end from their own receive path while we still read (ExchangeRouter.h).
+    // Then nobody may be inside nng on this socket when it closes (SocketSender.h): the
+    // housekeeper, which also owns the listeners, went first; then the senders; then the
     // receive callback (once stopped, the aio never starts again).
-    sender_.close();
     {
         std::lock_guard<std::mutex> lock(eventsMutex_);
         stopping_ = true;
@@ -138,7 +147,9 @@ void Exchange::Router::close() {
     if (housekeeper_.joinable()) {
         housekeeper_.join();
     }
-    drainConnections();
+    sayGoodbyeToEverybody();
+    waitForHangUps();
+    sender_.close();
     nng_aio_stop(receiveAio_);
     nng_close(socket_);
     pipeEvents_.detach();
@@ -175,15 +186,25 @@ void Exchange::Router::onReceive(void* arg) noexcept {
         nng_msg* frame = nng_aio_get_msg(self->receiveAio_);
         Outbox out;
         bool nodesGone = false;
+        std::vector<std::uint32_t> talkers;
         try {
             std::lock_guard<std::mutex> lock(self->routingMutex_);
             self->route(frame, out);
             nodesGone = !self->goneNodes_.empty();
+            talkers.swap(self->newTalkers_);
         } catch (const std::exception& e) {
             // Out of memory while routing: the frame is gone, the exchange goes on.
             FOUNDATION_LOG(exchangeLogger(), severity::error) << "Dropped a frame: " << e.what();
         }
         self->send(out);
+        if (!talkers.empty()) {
+            std::lock_guard<std::mutex> lock(self->eventsMutex_);
+            for (auto pipe : talkers) {
+                if (auto it = self->pipes_.find(pipe); it != self->pipes_.end() && it->second) {
+                    self->awaited_.insert(pipe);
+                }
+            }
+        }
         if (nodesGone) {
             // A Goodbye: the directory's clean-up is the housekeeper's, off nng's threads.
             {
@@ -199,7 +220,10 @@ void Exchange::Router::onReceive(void* arg) noexcept {
 }
 
 void Exchange::Router::onPipeEvent(nng_pipe pipe, nng_pipe_ev event) noexcept {
-    // Runs on nng's threads (REM_POST on the reaper): only record the event.
+    // Runs on nng's threads (REM_POST on the reaper): only record the event. (Turning a
+    // newcomer away here while closing would be natural, but nng 1.5.2 now and then leaks
+    // the listener's and the connection's descriptors when a pipe is closed in ADD_PRE;
+    // route() hangs up on newcomers instead.)
     const auto id = static_cast<std::uint32_t>(nng_pipe_id(pipe));
     try {
         if (event == NNG_PIPE_EV_ADD_PRE) {
@@ -207,18 +231,16 @@ void Exchange::Router::onPipeEvent(nng_pipe pipe, nng_pipe_ev event) noexcept {
             const bool inproc = nng_pipe_get_addr(pipe, NNG_OPT_REMADDR, &remote) == 0 &&
                                 remote.s_family == NNG_AF_INPROC;
             std::lock_guard<std::mutex> lock(eventsMutex_);
-            if (!inproc && removedEarly_.erase(id) == 0) {
-                connectedPipes_.insert(id);
+            if (removedEarly_.erase(id) == 0) {
+                pipes_.emplace(id, !inproc);
             }
             return;
         }
         std::lock_guard<std::mutex> lock(eventsMutex_);
-        if (connectedPipes_.erase(id) == 0) {
-            nng_sockaddr remote{};
-            if (nng_pipe_get_addr(pipe, NNG_OPT_REMADDR, &remote) != 0 || remote.s_family != NNG_AF_INPROC) {
-                removedEarly_.insert(id);
-            }
+        if (pipes_.erase(id) == 0) {
+            removedEarly_.insert(id);
         }
+        awaited_.erase(id);
         events_.push_back(PipeEvent{id, event});
     } catch (...) {
         return;
@@ -240,6 +262,10 @@ Exchange::Router::Container* Exchange::Router::containerFor(std::uint32_t pipe) 
 
 void Exchange::Router::route(nng_msg* raw, Outbox& out) {
     NngMessagePtr frame(raw);
+    if (closing_) {
+        takeLeave(frame.release(), out);
+        return;
+    }
     const auto pipe = static_cast<std::uint32_t>(nng_pipe_id(nng_msg_get_pipe(raw)));
     Envelope envelope;
     try {
@@ -483,8 +509,12 @@ void Exchange::Router::send(Outbox& out) noexcept {
 }
 
 void Exchange::Router::housekeeping() {
-    auto nextProbe = std::chrono::steady_clock::now();
     std::unique_lock<std::mutex> lock(eventsMutex_);
+    auto nextProbe = std::chrono::steady_clock::now();
+    {
+        std::lock_guard<std::mutex> listenersLock(listenersMutex_);
+        nextProbe += probeInterval_;  // a listener just made is fine
+    }
     while (!stopping_) {
         if (events_.empty() && !nodesGone_) {
             eventsChanged_.wait_until(lock, nextProbe, [this] { return stopping_ || !events_.empty() || nodesGone_; });
@@ -606,45 +636,121 @@ void Exchange::Router::probeListeners() {
     }
 }
 
-void Exchange::Router::drainConnections() {
-    std::vector<nng_sockaddr> addresses;
+void Exchange::Router::sayGoodbyeToEverybody() {
+    std::vector<std::uint32_t> pipes;
     {
-        std::lock_guard<std::mutex> lock(listenersMutex_);
-        for (const auto& listener : listeners_) {
-            nng_sockaddr address{};
-            if (nng_listener_get_addr(listener.listener, NNG_OPT_LOCADDR, &address) == 0 &&
-                address.s_family != NNG_AF_INPROC) {
-                addresses.push_back(address);
+        std::lock_guard<std::mutex> lock(eventsMutex_);
+        for (const auto& [pipe, remote] : pipes_) {
+            pipes.push_back(pipe);
+            if (remote) {
+                awaited_.insert(pipe);
             }
         }
     }
-    if (addresses.empty()) {
+    Outbox out;
+    {
+        std::lock_guard<std::mutex> lock(routingMutex_);
+        closing_ = true;
+        for (auto pipe : pipes) {
+            try {
+                // Past credit and backlog: the backlog is dropped (its requesters fail their
+                // requests when they hang up), and two frames beyond the credit window still
+                // fit nng's queue of 64 per pipe.
+                auto it = containers_.find(pipe);
+                if (it != containers_.end()) {
+                    for (nng_msg* frame : it->second.backlog) {
+                        nng_msg_free(frame);
+                    }
+                    it->second.backlog.clear();
+                }
+                if (it != containers_.end() && !it->second.node.is_nil()) {
+                    if (auto goodbye = makeGoodbye(it->second.node); addressToPipe(goodbye.get(), pipe)) {
+                        out.push_back(goodbye.release());
+                    }
+                    toldGoodbye_.insert(pipe);
+                } else if (hungUp_.insert(pipe).second) {
+                    // It never spoke, so nothing of it is arriving: no need to wait for it.
+                    out.push_back(makeHangUp(pipe).release());
+                }
+            } catch (const std::exception& e) {
+                FOUNDATION_LOG(exchangeLogger(), severity::error)
+                    << "Cannot tell the connection on pipe " << pipe << " goodbye: " << e.what();
+            }
+        }
+    }
+    send(out);
+}
+
+// Call with routingMutex_ held, after closing began. Takes ownership of `raw`.
+void Exchange::Router::takeLeave(nng_msg* raw, Outbox& out) {
+    NngMessagePtr frame(raw);
+    const auto pipe = static_cast<std::uint32_t>(nng_pipe_id(nng_msg_get_pipe(raw)));
+    if (hungUp_.count(pipe) != 0) {
         return;
     }
-    // Repeated, because a connection already queued at the listener may still be accepted.
-    const auto giveUp = std::chrono::steady_clock::now() + kDrainWait;
-    std::unique_lock<std::mutex> lock(eventsMutex_);
-    while (true) {
-        lock.unlock();
-        AcceptedConnections::shutDown(addresses);
-        lock.lock();
-        const auto next = std::min(giveUp, std::chrono::steady_clock::now() + kDrainRescan);
-        if (eventsChanged_.wait_until(lock, next, [this] { return connectedPipes_.empty(); })) {
-            return;
+    Envelope envelope;
+    try {
+        envelope = decodeEnvelope(static_cast<const std::uint8_t*>(nng_msg_body(raw)), nng_msg_len(raw));
+    } catch (const EnvelopeError&) {
+        envelope.sourceNode = {};  // not one of ours: no goodbye, just the hang-up
+    }
+    if (!toldGoodbye_.insert(pipe).second) {
+        return;  // it was told and hangs up by itself
+    }
+    // A container that connected after we said goodbye: tell it too (and wait for it).
+    newTalkers_.push_back(pipe);
+    if (!envelope.sourceNode.is_nil()) {
+        if (auto goodbye = makeGoodbye(envelope.sourceNode); addressToPipe(goodbye.get(), pipe)) {
+            out.push_back(goodbye.release());
         }
+        return;
+    }
+    hungUp_.insert(pipe);  // not one of ours: it cannot be told
+    out.push_back(makeHangUp(pipe).release());
+}
+
+void Exchange::Router::hangUpStragglers() {
+    std::vector<std::uint32_t> pipes;
+    {
+        std::lock_guard<std::mutex> lock(eventsMutex_);
+        pipes.assign(awaited_.begin(), awaited_.end());
+    }
+    Outbox out;
+    {
+        std::lock_guard<std::mutex> lock(routingMutex_);
+        for (auto pipe : pipes) {
+            try {
+                if (hungUp_.insert(pipe).second) {
+                    out.push_back(makeHangUp(pipe).release());
+                }
+            } catch (const std::exception& e) {
+                FOUNDATION_LOG(exchangeLogger(), severity::error)
+                    << "Cannot hang up on the connection on pipe " << pipe << ": " << e.what();
+            }
+        }
+    }
+    send(out);
+}
+
+void Exchange::Router::waitForHangUps() {
+    const auto remote = [this] { return awaited_.size(); };
+    const auto giveUp = std::chrono::steady_clock::now() + kHangUpWait;
+    auto nudge = std::chrono::steady_clock::now() + kGoodbyeWait;
+    std::unique_lock<std::mutex> lock(eventsMutex_);
+    while (!eventsChanged_.wait_until(lock, std::min(nudge, giveUp), [&] { return remote() == 0; })) {
         if (std::chrono::steady_clock::now() >= giveUp) {
+            const auto left = remote();
+            lock.unlock();
             FOUNDATION_LOG(exchangeLogger(), severity::warning)
-                << connectedPipes_.size() << " connections did not close within "
-                << std::chrono::duration_cast<std::chrono::milliseconds>(kDrainWait).count()
+                << left << " connections did not hang up within " << kHangUpWait.count()
                 << " ms; closing the exchange anyway";
             return;
         }
+        lock.unlock();
+        hangUpStragglers();
+        lock.lock();
+        nudge = std::chrono::steady_clock::now() + kGoodbyeWait;
     }
-}
-
-bool Exchange::Router::stopRequested() {
-    std::lock_guard<std::mutex> lock(eventsMutex_);
-    return stopping_;
 }
 
 bool Exchange::Router::probe(const std::string& url) {
@@ -654,11 +760,14 @@ bool Exchange::Router::probe(const std::string& url) {
     if (nng_req0_open_raw(&probe) != 0) {
         return true;  // cannot tell; do not disturb the listener
     }
-    // The Hello waits in the socket until the dialer connects; the answer is awaited in
-    // slices so that close() is never held up for long by a stuck listener.
+    // The Hello waits in the socket until the dialer connects. The probe is never cut
+    // short, not even when the exchange closes: one that hangs up during the handshake is
+    // exactly what leaves an nng 1.5.2 ipc listener stuck (and, at close, leaks it with
+    // every connection it accepted since). So close() may wait for it, up to
+    // kProbeWaitMs when the listener is stuck.
     nng_socket_set_int(probe, NNG_OPT_SENDBUF, 1);
     nng_socket_set_ms(probe, NNG_OPT_SENDTIMEO, kProbeWaitMs);
-    nng_socket_set_ms(probe, NNG_OPT_RECVTIMEO, kProbeSliceMs);
+    nng_socket_set_ms(probe, NNG_OPT_RECVTIMEO, kProbeWaitMs);
     bool alive = true;
     try {
         Envelope hello;
@@ -672,10 +781,6 @@ bool Exchange::Router::probe(const std::string& url) {
             alive = false;
             const auto giveUp = std::chrono::steady_clock::now() + std::chrono::milliseconds(kProbeWaitMs);
             while (!alive && std::chrono::steady_clock::now() < giveUp) {
-                if (stopRequested()) {
-                    alive = true;  // no verdict; the exchange is closing anyway
-                    break;
-                }
                 nng_msg* answer = nullptr;
                 const int rv = nng_recvmsg(probe, &answer, 0);
                 if (rv == NNG_ETIMEDOUT) {

@@ -28,9 +28,32 @@ namespace agent::nanomsgtransport {
 
 // The exchange's machinery behind Exchange (see Exchange.h and Envelope.h).
 //
-// close() quiesces every user of the socket before nng_close, because nng 1.5.2 strands an
-// operation that enters a socket while it closes (see SocketSender.h): sends are cut off,
-// the receive aio is stopped, the housekeeper is joined, then the socket is closed.
+// Closing works around two faults of nng 1.5.2.
+// (1) An operation that enters a socket while it closes is stranded (SocketSender.h), so
+// every user of the socket is quiesced before nng_close: the housekeeper is joined, sends
+// are cut off, the receive aio is stopped.
+// (2) An ipc (or tcp) pipe closed locally while its receive callback runs strands the
+// protocol's receive for good: the callback re-arms the read of the frame's body (or of
+// the next frame) on an aio the close has just stopped, nng silently refuses it, and the
+// reaper then waits for that receive in the protocol's pipe_stop forever, so nng_close
+// never returns and every later pipe teardown in the process stalls behind it.
+// Reproduction with nothing but nng (libnng 1.5.2-2): a raw REQ peer dialing ipc:// and
+// sending without pause; in a loop, open a raw REP socket, listen on that path, read for
+// 20 ms, stop the read and nng_close the socket. Within about a hundred iterations
+// nng_close blocks for good. A connection that ends from its own receive path is torn
+// down safely (the read fails, nng closes the pipe from that callback). So the exchange
+// never closes a live connection itself: it says Goodbye to every container, which then
+// hangs up (Envelope.h), and our side ends by reading the end of the stream; one that
+// does not is sent a hang-up after a while, an empty message on which its nng drops the
+// connection from its receive path. Only once every ipc or tcp connection that may still
+// carry frames is gone (or after a bounded wait, for a peer that does not read) is the
+// socket closed; a connection that never spoke is closed with it, nothing arriving on
+// it.
+// (3) Closing a listener while it accepts a connection leaks both descriptors, so no
+// container may be connecting then: a container closes its dialer on our Goodbye
+// (nng would redial at once otherwise) and dials again after a pause. And our own
+// listener probe is never cut short. Left to chance: an unrelated container that
+// connects in the moment the socket closes.
 class Exchange::Router {
 public:
     Router();
@@ -124,10 +147,18 @@ private:
     void reportGoneNodes();
     void probeListeners();
     bool probe(const std::string& url);
-    bool stopRequested();
-    // Ends every ipc and tcp connection from its own receive path (AcceptedConnections.h)
-    // and waits, bounded, until their pipes are gone. Call after the housekeeper stopped.
-    void drainConnections();
+    // Stops routing and says Goodbye to every container (a connection that never spoke is
+    // hung up on at once). Call after the housekeeper stopped.
+    void sayGoodbyeToEverybody();
+    // Call with routingMutex_ held, once closing. A newcomer's first frame earns it a
+    // Goodbye (a hang-up, if it is not one of ours); everything else is dropped. Takes
+    // ownership of `frame`.
+    void takeLeave(nng_msg* frame, Outbox& out);
+    // Hangs up on every awaited connection not yet hung up on.
+    void hangUpStragglers();
+    // Waits, bounded, until every ipc and tcp connection is gone, hanging up on the
+    // stragglers now and then.
+    void waitForHangUps();
 
     nng_socket socket_{};
     nng_aio* receiveAio_ = nullptr;
@@ -140,6 +171,10 @@ private:
     std::unordered_set<std::uint32_t> removedPipes_;
     std::deque<std::uint32_t> removedOrder_;
     ExchangeStatistics statistics_;
+    bool closing_ = false;                          // routes nothing more (sayGoodbyeToEverybody)
+    std::unordered_set<std::uint32_t> toldGoodbye_;  // pipes sent a Goodbye while closing
+    std::unordered_set<std::uint32_t> hungUp_;       // pipes sent a hang-up while closing
+    std::vector<std::uint32_t> newTalkers_;          // newcomers that spoke, not yet awaited
     std::size_t backlogLimit_ = Envelope::kDefaultBacklogLimit;
     boost::uuids::uuid ownNode_{};
     std::vector<boost::uuids::uuid> goneNodes_;  // dropped, not yet reported
@@ -154,10 +189,13 @@ private:
     std::mutex eventsMutex_;
     std::condition_variable eventsChanged_;
     std::deque<PipeEvent> events_;
-    std::unordered_set<std::uint32_t> connectedPipes_;  // ipc and tcp pipes not yet removed
+    std::unordered_map<std::uint32_t, bool> pipes_;     // every pipe not yet removed → over ipc or tcp
+    // Closing: the ipc and tcp connections that may still have frames arriving (connected
+    // when closing began, or spoke since), which must end before the socket closes.
+    std::unordered_set<std::uint32_t> awaited_;
     std::unordered_set<std::uint32_t> removedEarly_;    // removed before their arrival was seen
     bool nodesGone_ = false;                            // goneNodes_ has news for the housekeeper
-    bool stopping_ = false;
+    bool stopping_ = false;  // closing: no more housekeeping
 
     std::mutex nodeGoneMutex_;
     std::condition_variable nodeGoneReturned_;

@@ -22,6 +22,19 @@ NngMessagePtr makeFrame(const Envelope& envelope, const void* payload, std::size
     return frame;
 }
 
+NngMessagePtr makeHangUp(std::uint32_t pipeId) {
+    nng_msg* raw = nullptr;
+    if (int rv = nng_msg_alloc(&raw, 0); rv != 0) {
+        throw std::runtime_error(nngFailure("Cannot allocate a frame", rv));
+    }
+    NngMessagePtr hangUp(raw);
+    // Only the pipe id: raw REP strips it, and nothing at all goes on the wire.
+    if (int rv = nng_msg_header_append_u32(raw, pipeId); rv != 0) {
+        throw std::runtime_error(nngFailure("Cannot allocate a frame", rv));
+    }
+    return hangUp;
+}
+
 bool addressToPipe(nng_msg* frame, std::uint32_t pipeId) noexcept {
     nng_msg_header_clear(frame);
     return nng_msg_header_append_u32(frame, pipeId) == 0 &&

@@ -10,6 +10,21 @@ void SocketSender::open(nng_socket socket) noexcept {
     std::lock_guard<std::mutex> lock(sendsMutex_);
     socket_ = socket;
     open_ = true;
+    suspended_ = false;
+}
+
+void SocketSender::suspend() noexcept {
+    std::lock_guard<std::mutex> lock(sendsMutex_);
+    suspended_ = true;
+    // Cancelling never waits and the aios have no callbacks, so nothing calls back here.
+    for (nng_aio* aio : inFlight_) {
+        nng_aio_cancel(aio);
+    }
+}
+
+void SocketSender::resume() noexcept {
+    std::lock_guard<std::mutex> lock(sendsMutex_);
+    suspended_ = false;
 }
 
 int SocketSender::send(nng_msg* frame, nng_duration timeout) noexcept {
@@ -21,7 +36,7 @@ int SocketSender::send(nng_msg* frame, nng_duration timeout) noexcept {
     nng_socket socket;
     {
         std::lock_guard<std::mutex> lock(sendsMutex_);
-        if (!open_) {
+        if (!open_ || suspended_) {
             nng_aio_free(aio);
             nng_msg_free(frame);
             return NNG_ECLOSED;
@@ -39,6 +54,14 @@ int SocketSender::send(nng_msg* frame, nng_duration timeout) noexcept {
     nng_aio_set_msg(aio, frame);
     // If close() stopped the aio before this point, nng refuses it at once (ECANCELED).
     nng_send_aio(socket, aio);
+    {
+        // A suspend() whose cancel came before the send started did nothing to it; it
+        // took nng's aio lock before we did, so its flag shows here.
+        std::lock_guard<std::mutex> lock(sendsMutex_);
+        if (suspended_) {
+            nng_aio_cancel(aio);
+        }
+    }
     nng_aio_wait(aio);
     const int rv = nng_aio_result(aio);
     if (rv != 0) {

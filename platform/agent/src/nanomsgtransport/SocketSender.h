@@ -44,8 +44,15 @@ public:
     SocketSender(const SocketSender&) = delete;
     SocketSender& operator=(const SocketSender&) = delete;
 
-    // Accepts sends on `socket` from now on. Non-blocking.
+    // Accepts sends on `socket` from now on (not suspended). Non-blocking.
     void open(nng_socket socket) noexcept;
+
+    // The socket lost its connection: the sends waiting in nng fail at once
+    // (NNG_ECANCELED) and later ones (NNG_ECLOSED) until resume(), instead of waiting for
+    // a connection that may never come. Non-blocking; may run on nng's pipe callbacks.
+    void suspend() noexcept;
+    // A connection is up again. Non-blocking; may run on nng's pipe callbacks.
+    void resume() noexcept;
 
     // Sends `frame`, taking ownership whatever the outcome. Blocks while the socket applies
     // back-pressure, up to `timeout` (NNG_DURATION_ZERO: never blocks). Returns 0 once nng
@@ -63,6 +70,7 @@ private:
     std::mutex sendsMutex_;
     std::condition_variable sendsDrained_;
     bool open_ = false;
+    bool suspended_ = false;
     nng_socket socket_{};
     std::unordered_set<nng_aio*> inFlight_;
 };

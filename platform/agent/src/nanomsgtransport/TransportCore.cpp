@@ -29,6 +29,9 @@ thread_local const TransportCore* servingCore = nullptr;
 
 // How long closing waits for the exchange's Farewell; a stopped exchange never sends it.
 constexpr std::chrono::milliseconds kFarewellWait{500};
+// How long we stay away from an exchange that said Goodbye. It closes within a few
+// milliseconds unless one of its containers does not read.
+constexpr std::chrono::milliseconds kPauseAfterGoodbye{100};
 
 std::exception_ptr failure(const std::string& reason) {
     return std::make_exception_ptr(std::runtime_error(reason));
@@ -73,7 +76,7 @@ void TransportCore::connect(const std::string& endpoint) {
     nng_socket_set_ms(socket, NNG_OPT_SENDTIMEO, static_cast<nng_duration>(connectTimeout_.count()));
     try {
         pipeEvents_.attach(socket, {NNG_PIPE_EV_ADD_POST, NNG_PIPE_EV_REM_POST},
-                           [this](nng_pipe, nng_pipe_ev event) { onPipeEvent(event); });
+                           [this](nng_pipe pipe, nng_pipe_ev event) { onPipeEvent(pipe, event); });
     } catch (const std::exception&) {
         nng_close(socket);
         pipeEvents_.detach();
@@ -92,24 +95,25 @@ void TransportCore::connect(const std::string& endpoint) {
         stopping_ = false;
         creditWanted_ = false;
         events_.clear();
+        currentPipe_ = 0;
+        closingPipe_ = 0;
+        leaveClosingExchange_ = false;
+        pausing_ = false;
     }
     housekeeper_ = std::thread([this] { housekeeping(); });
     state_ = State::Connected;
     acceptingRequests_ = true;
 
+    // Synchronous, so an unreachable exchange is reported here; once connected the dialer
+    // redials by itself whenever the connection drops.
     nng_dialer dialer;
-    int rv = nng_dialer_create(&dialer, socket, endpoint.c_str());
-    if (rv == 0) {
-        nng_dialer_set_ms(dialer, NNG_OPT_RECONNMINT, 50);
-        nng_dialer_set_ms(dialer, NNG_OPT_RECONNMAXT, 1000);
-        nng_dialer_set_size(dialer, NNG_OPT_RECVMAXSZ, Envelope::kMaxFrameSize);
-        // Synchronous, so an unreachable exchange is reported here; once connected the
-        // dialer redials by itself whenever the connection drops.
-        rv = nng_dialer_start(dialer, 0);
-    }
-    if (rv != 0) {
+    if (int rv = startDialer(socket, 0, dialer); rv != 0) {
         closeConnection();
         throw std::runtime_error(nngFailure(failurePrefix, rv));
+    }
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        dialer_ = dialer;
     }
     pipeUp_ = true;
     nng_recv_aio(socket, receiveAio_);
@@ -128,6 +132,41 @@ void TransportCore::connect(const std::string& endpoint) {
     } catch (const std::exception& e) {
         closeConnection();
         throw std::runtime_error(failurePrefix + ": " + e.what());
+    }
+}
+
+int TransportCore::startDialer(nng_socket socket, int flags, nng_dialer& dialer) {
+    int rv = nng_dialer_create(&dialer, socket, endpoint_.c_str());
+    if (rv != 0) {
+        return rv;
+    }
+    nng_dialer_set_ms(dialer, NNG_OPT_RECONNMINT, 50);
+    nng_dialer_set_ms(dialer, NNG_OPT_RECONNMAXT, 1000);
+    nng_dialer_set_size(dialer, NNG_OPT_RECVMAXSZ, Envelope::kMaxFrameSize);
+    rv = nng_dialer_start(dialer, flags);
+    if (rv != 0 && (flags & NNG_FLAG_NONBLOCK) != 0) {
+        nng_dialer_close(dialer);  // a failed synchronous start closes it by itself
+    }
+    return rv;
+}
+
+void TransportCore::endPause() {
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        closingPipe_ = 0;
+    }
+    nng_dialer dialer;
+    const int rv = startDialer(socketOf(socketId_.load()), NNG_FLAG_NONBLOCK, dialer);
+    if (rv != 0) {
+        FOUNDATION_LOG(transportLogger(), severity::error)
+            << nngFailure("Cannot dial the exchange at " + endpoint_ + " again", rv);
+    }
+    std::lock_guard<std::mutex> lock(pendingMutex_);
+    if (rv == 0) {
+        dialer_ = dialer;
+        pausing_ = false;
+    } else {
+        pauseEnds_ = Clock::now() + kPauseAfterGoodbye;
     }
 }
 
@@ -164,7 +203,7 @@ void TransportCore::closeConnection() {
     // Nobody may be inside nng on this socket when it closes (SocketSender.h), so every
     // user goes first: every sender (callers, pool tasks, the housekeeper), the receive
     // callback (once stopped, the aio never starts again), then the housekeeper. Nothing
-    // may be arriving either (AcceptedConnections.h tells what nng 1.5.2 does when an ipc
+    // may be arriving either (ExchangeRouter.h tells what nng 1.5.2 does when an ipc
     // or tcp pipe closes while a frame comes in), so we take leave of the exchange first
     // and close once its Farewell, the last frame it sends us, is in.
     sayGoodbye();
@@ -285,7 +324,9 @@ ReplyFuture TransportCore::sendRequest(const Address& destination, Message reque
     envelope.correlationId = correlationId;
     envelope.sourceAddress = node_;
     envelope.destinationAddress = destination.getUUID();
-    if (int rv = sendFrame(envelope, request.data(), request.size()); rv != 0) {
+    if (int rv = sendFrame(envelope, request.data(), request.size()); rv == NNG_ECLOSED || rv == NNG_ECANCELED) {
+        fail(correlationId, "Not connected to an exchange");  // the connection went meanwhile
+    } else if (rv != 0) {
         fail(correlationId, nngFailure("Cannot send the request", rv));
     }
     return future;
@@ -326,11 +367,6 @@ std::uint64_t TransportCore::addPending(const Address& destination, std::promise
 }
 
 int TransportCore::sendFrame(Envelope envelope, const void* payload, std::size_t size) noexcept {
-    if (!pipeUp_.load()) {
-        // Without a connection the socket would hold the frame until the send timeout; it
-        // could only reach a new exchange, which knows nothing of what it answers.
-        return NNG_ECLOSED;
-    }
     envelope.sourceNode = node_;
     envelope.credit = unreportedCredit_.exchange(0);
     NngMessagePtr frame;
@@ -401,6 +437,7 @@ void TransportCore::onReceive(void* arg) noexcept {
         return;
     }
     NngMessagePtr frame(nng_aio_get_msg(self->receiveAio_));
+    const auto pipe = nng_pipe_id(nng_msg_get_pipe(frame.get()));
     if (self->unreportedCredit_.fetch_add(1) + 1 >= Envelope::kCreditWindow / 2) {
         self->maybeSendCredit();
     }
@@ -420,6 +457,21 @@ void TransportCore::onReceive(void* arg) noexcept {
             case FrameKind::Failure:
                 self->fail(envelope.correlationId, std::string(payload.asStringView()));
                 break;
+            case FrameKind::Goodbye: {
+                // The exchange is closing and sends nothing more: we hang up (the
+                // housekeeper closes the dialer), and what we wait for fails once the
+                // connection is gone. If it is gone already, this came too late to matter.
+                {
+                    std::lock_guard<std::mutex> lock(self->pendingMutex_);
+                    if (self->currentPipe_ != pipe) {
+                        break;
+                    }
+                    self->closingPipe_ = pipe;
+                    self->leaveClosingExchange_ = true;
+                }
+                self->housekeeperWake_.notify_all();
+                break;
+            }
             case FrameKind::Request:
                 // Handlers never run on nng's threads: one hand-off to the pool.
                 self->pool_.post([core = self->shared_from_this(), envelope, request = std::move(payload)] {
@@ -528,14 +580,36 @@ void TransportCore::serve(const Envelope& request, const Message& payload) {
     }
 }
 
-void TransportCore::onPipeEvent(nng_pipe_ev event) noexcept {
-    // Runs on nng's threads: record the event, act on the housekeeping thread.
-    pipeUp_ = event == NNG_PIPE_EV_ADD_POST;
-    try {
+void TransportCore::onPipeEvent(nng_pipe pipe, nng_pipe_ev event) noexcept {
+    // Runs on nng's threads: record the event, act on the housekeeping thread. A dialer has
+    // one connection at a time, but the reaper may report an old one's removal after its
+    // successor came up; only the current connection's removal counts.
+    const auto id = nng_pipe_id(pipe);
+    {
         std::lock_guard<std::mutex> lock(pendingMutex_);
-        events_.push_back(PipeEvent{event});
-    } catch (...) {
-        return;
+        if (event == NNG_PIPE_EV_ADD_POST && closingPipe_ != 0) {
+            // The dialer redialed before we closed it, most likely into the closing
+            // exchange: say nothing there; closing the dialer ends it.
+            return;
+        }
+        if (event == NNG_PIPE_EV_ADD_POST) {
+            currentPipe_ = id;
+            sender_.resume();
+            pipeUp_ = true;
+        } else if (currentPipe_ == id) {
+            currentPipe_ = 0;
+            pipeUp_ = false;
+            // Sends waiting for a connection would wait out their time-out; nothing they
+            // carry means anything to whichever exchange comes next.
+            sender_.suspend();
+        } else {
+            return;
+        }
+        try {
+            events_.push_back(PipeEvent{event, event == NNG_PIPE_EV_REM_POST && closingPipe_ == id});
+        } catch (...) {
+            return;
+        }
     }
     housekeeperWake_.notify_all();
 }
@@ -549,9 +623,12 @@ void TransportCore::housekeeping() {
         if (!deadlines_.empty() && deadlines_.begin()->first < wakeAt) {
             wakeAt = deadlines_.begin()->first;
         }
+        if (pausing_ && pauseEnds_ < wakeAt) {
+            wakeAt = pauseEnds_;
+        }
         timerWakeAt_ = wakeAt;
         housekeeperWake_.wait_until(lock, wakeAt, [&] {
-            return stopping_ || !events_.empty() || creditWanted_ || timerWakeAt_ < wakeAt;
+            return stopping_ || !events_.empty() || creditWanted_ || leaveClosingExchange_ || timerWakeAt_ < wakeAt;
         });
         if (stopping_) {
             break;
@@ -569,7 +646,17 @@ void TransportCore::housekeeping() {
         auto events = std::move(events_);
         events_.clear();
         const bool sendCredit = std::exchange(creditWanted_, false);
+        const bool leave = std::exchange(leaveClosingExchange_, false);
+        const nng_dialer dialer = dialer_;
+        if (leave) {
+            pausing_ = true;
+            pauseEnds_ = now + kPauseAfterGoodbye;
+        }
+        const bool pauseOver = pausing_ && pauseEnds_ <= now;
         lock.unlock();
+        if (leave) {
+            nng_dialer_close(dialer);
+        }
         if (sendCredit) {
             Envelope credit;
             credit.kind = FrameKind::Credit;
@@ -580,12 +667,21 @@ void TransportCore::housekeeping() {
         }
         for (const auto& event : events) {
             if (event.event == NNG_PIPE_EV_REM_POST) {
-                FOUNDATION_LOG(transportLogger(), severity::warning)
-                    << "Lost the connection to the exchange at " << endpoint_ << "; reconnecting";
-                failAll("The connection to the exchange was lost");
+                if (event.exchangeClosed) {
+                    FOUNDATION_LOG(transportLogger(), severity::info)
+                        << "The exchange at " << endpoint_ << " closed; reconnecting";
+                    failAll("The exchange closed");
+                } else {
+                    FOUNDATION_LOG(transportLogger(), severity::warning)
+                        << "Lost the connection to the exchange at " << endpoint_ << "; reconnecting";
+                    failAll("The connection to the exchange was lost");
+                }
             } else if (event.event == NNG_PIPE_EV_ADD_POST) {
                 reannounce();
             }
+        }
+        if (pauseOver) {
+            endPause();
         }
         lock.lock();
     }

@@ -41,7 +41,7 @@ namespace agent::nanomsgtransport {
 //
 // Teardown (closeConnection) quiesces the connection before nng_close, because nng 1.5.2
 // strands an operation that enters a socket while it closes (SocketSender.h) and hangs
-// when an ipc or tcp pipe closes while a frame arrives (AcceptedConnections.h): a Goodbye
+// when an ipc or tcp pipe closes while a frame arrives (ExchangeRouter.h): a Goodbye
 // ends all sending, the exchange's Farewell ends all arriving, then the receive aio is
 // stopped, the housekeeper joined, and only then is the socket closed; pipe events reach
 // us through a PipeEventRelay, so a late one finds nothing.
@@ -79,10 +79,11 @@ private:
     };
     struct PipeEvent {
         nng_pipe_ev event;
+        bool exchangeClosed = false;  // a removal that followed the exchange's Goodbye
     };
 
     static void onReceive(void* self) noexcept;
-    void onPipeEvent(nng_pipe_ev event) noexcept;
+    void onPipeEvent(nng_pipe pipe, nng_pipe_ev event) noexcept;
 
     // Sends one frame, reporting our credit. Blocks on back-pressure up to the connect
     // timeout. Returns 0 or nng's error (NNG_ECLOSED once closing has begun).
@@ -101,6 +102,11 @@ private:
     void serve(const Envelope& envelope, const core::transport::Message& request);
     void housekeeping();
     void reannounce();
+    // Creates and starts the dialer: blocking (flags 0) or not (NNG_FLAG_NONBLOCK).
+    // Returns 0 or nng's error.
+    int startDialer(nng_socket socket, int flags, nng_dialer& dialer);
+    // Housekeeper only: the pause after an exchange's Goodbye is over; dial again.
+    void endPause();
     // Call with lifecycleMutex_ held.
     void closeConnection();
     // Call with lifecycleMutex_ held. Ends all sending with a Goodbye and waits, bounded,
@@ -133,7 +139,18 @@ private:
     std::multimap<Clock::time_point, std::uint64_t> deadlines_;
     Clock::time_point timerWakeAt_{};
     std::deque<PipeEvent> events_;
+    std::int32_t currentPipe_ = 0;  // the dialer's connection; 0 while there is none
+    nng_dialer dialer_{};
+    // The connection on which the exchange said Goodbye. We hang up by closing the dialer
+    // (nothing arrives after a Goodbye, so closing it here is safe) and make a new one
+    // when a short pause ends: nng 1.5.2 redials at once when a connection drops, into the
+    // exchange that is closing, and leaks the listener and the connection when the
+    // listener closes while it accepts one.
+    std::int32_t closingPipe_ = 0;
+    bool pausing_ = false;
+    Clock::time_point pauseEnds_{};
     bool creditWanted_ = false;  // the receive path could not report credit without blocking
+    bool leaveClosingExchange_ = false;  // the exchange said Goodbye: close the dialer
     bool stopping_ = false;
 
     mutable std::shared_mutex handlersMutex_;

@@ -54,6 +54,15 @@
 //              was serving fail) and answers Farewell (same correlation id), the last frame
 //              it sends on that connection. Afterwards the container closes its socket
 //              knowing nothing is in transit towards it (see TransportCore::closeConnection).
+//              exchange → container, when the exchange closes: the last frame it sends on
+//              that connection; it routes and answers nothing more. The container hangs
+//              up (it closes its dialer: nothing can arrive any more, so that is safe on
+//              its side, and the exchange reads the end of the stream, which is safe on
+//              ours; see ExchangeRouter.h), fails what it still waits for, and dials again
+//              after a short pause. A connection that does not hang up within a short
+//              while (a stalled container, or not one of ours) gets a hang-up: an empty
+//              message without envelope or request word, which a raw REQ socket takes for
+//              garbage and answers by dropping the connection from its receive path.
 
 #include <boost/uuid/uuid.hpp>
 
