@@ -203,6 +203,25 @@ TEST_F(TransportTest, OrderlyDisconnectFailsOutstandingRequestsAndWaitsForHandle
     opener.join();
 }
 
+TEST_F(TransportTest, ForcedDisconnectDoesNotWaitForHandlersAndTheContainerCanConnectAgain) {
+    std::atomic<bool> handlerStarted{false};
+    const auto held = serve([&](const Message& request) {
+        handlerStarted = true;
+        gate_.wait();
+        return request;
+    });
+    const auto echoing = serve(echo);
+    auto pending = call(held, "x");
+    ASSERT_TRUE(eventually([&] { return handlerStarted.load(); }));
+    server_->forceDisconnectTransport();  // the handler is still blocked
+    EXPECT_EQ(outcome(pending), "error: The service at address " + held.toString() + " went away before replying");
+
+    gate_.open();
+    server_->connectTransport(url_);  // after the closing in the background, both addresses again
+    auto again = call(echoing, "again");
+    EXPECT_EQ(outcome(again), "again");
+}
+
 TEST_F(TransportTest, HandlerRegisteredBeforeConnectingIsRegisteredByConnect) {
     auto late = std::make_shared<agent::core::container::ServiceContainer>();
     late->setNewMaximumPoolSize(4);

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -56,7 +57,21 @@ TransportCore::TransportCore(foundation::concurrent::threadpool::ThreadPool& poo
     : pool_(pool), node_(node), requestTimeout_(requestTimeout), connectTimeout_(connectTimeout) {}
 
 TransportCore::~TransportCore() {
-    disconnect(false);
+    std::lock_guard<std::mutex> lifecycle(lifecycleMutex_);
+    joinCloser();
+    if (state_.load() == State::Connected) {
+        state_ = State::Closing;
+        acceptingRequests_ = false;
+        failAll("The transport was disconnected");
+        closeConnection();
+    }
+}
+
+// Call with lifecycleMutex_ held.
+void TransportCore::joinCloser() {
+    if (closer_.joinable()) {
+        closer_.join();
+    }
 }
 
 bool TransportCore::isConnected() const noexcept {
@@ -65,6 +80,7 @@ bool TransportCore::isConnected() const noexcept {
 
 void TransportCore::connect(const std::string& endpoint) {
     std::lock_guard<std::mutex> lifecycle(lifecycleMutex_);
+    joinCloser();
     if (state_.load() != State::Idle) {
         throw std::logic_error("Transport is already connected");
     }
@@ -179,6 +195,9 @@ void TransportCore::waitForControl(ReplyFuture future, const std::string& what) 
 
 void TransportCore::disconnect(bool orderly) {
     std::lock_guard<std::mutex> lifecycle(lifecycleMutex_);
+    if (orderly) {
+        joinCloser();  // an orderly disconnect returns with the socket closed
+    }
     if (state_.load() != State::Connected) {
         return;
     }
@@ -188,6 +207,16 @@ void TransportCore::disconnect(bool orderly) {
         acceptingRequests_ = false;
     }
     failAll("The transport was disconnected");
+    if (!orderly) {
+        // Taking leave may wait for an exchange that does not answer; nothing of the
+        // caller's depends on it any more.
+        try {
+            closer_ = std::thread([this] { closeConnection(); });
+            return;
+        } catch (const std::system_error&) {
+            // no thread to spare: close here
+        }
+    }
     if (orderly) {
         const unsigned own = servingCore == this ? 1 : 0;
         std::unique_lock<std::mutex> lock(activeMutex_);
@@ -196,7 +225,7 @@ void TransportCore::disconnect(bool orderly) {
     closeConnection();
 }
 
-// Call with lifecycleMutex_ held.
+// Call with lifecycleMutex_ held, or on closer_.
 void TransportCore::closeConnection() {
     state_ = State::Closing;
     acceptingRequests_ = false;
@@ -231,7 +260,7 @@ void TransportCore::closeConnection() {
     state_ = State::Idle;
 }
 
-// Call with lifecycleMutex_ held.
+// Call with lifecycleMutex_ held, or on closer_.
 void TransportCore::sayGoodbye() {
     if (receiveAio_ == nullptr || !pipeUp_.load()) {
         sender_.close();  // nothing connected, so nothing in transit
@@ -473,6 +502,9 @@ void TransportCore::onReceive(void* arg) noexcept {
                 break;
             }
             case FrameKind::Request:
+                if (!self->acceptingRequests_.load()) {
+                    break;  // disconnecting: the exchange fails it when we are gone
+                }
                 // Handlers never run on nng's threads: one hand-off to the pool.
                 self->pool_.post([core = self->shared_from_this(), envelope, request = std::move(payload)] {
                     core->serve(envelope, request);

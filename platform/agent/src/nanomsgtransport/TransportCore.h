@@ -107,9 +107,11 @@ private:
     int startDialer(nng_socket socket, int flags, nng_dialer& dialer);
     // Housekeeper only: the pause after an exchange's Goodbye is over; dial again.
     void endPause();
-    // Call with lifecycleMutex_ held.
+    // Call with lifecycleMutex_ held, or on closer_.
     void closeConnection();
-    // Call with lifecycleMutex_ held. Ends all sending with a Goodbye and waits, bounded,
+    // Call with lifecycleMutex_ held. Waits for a forced disconnect's closing to end.
+    void joinCloser();
+    // Call with lifecycleMutex_ held, or on closer_. Ends all sending with a Goodbye and waits, bounded,
     // for the exchange's Farewell.
     void sayGoodbye();
 
@@ -120,6 +122,9 @@ private:
 
     // Serialises connect and disconnect; no callback of ours takes it.
     std::mutex lifecycleMutex_;
+    // A forced disconnect returns at once and leaves the closing to this thread, which
+    // owns the connection until joined (joinCloser) by whoever next needs it.
+    std::thread closer_;
     std::string endpoint_;
     nng_aio* receiveAio_ = nullptr;
     std::thread housekeeper_;
