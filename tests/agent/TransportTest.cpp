@@ -165,13 +165,16 @@ TEST_F(TransportTest, SlowHandlerDoesNotStallOtherAddresses) {
 }
 
 TEST_F(TransportTest, ServingContainerGoneFailsPendingRequestsAtOnce) {
+    std::atomic<bool> handlerStarted{false};
     const auto address = serve([&](const Message& request) {
+        handlerStarted = true;
         gate_.wait();
         return request;
     });
     auto future = call(address, "x", std::chrono::milliseconds(20s));
-    // Wait until the request is being served, then drop the server's connection.
-    ASSERT_TRUE(eventually([&] { return server_->threadCount() > 0 && server_->idleThreadCount() < server_->threadCount(); }));
+    // Wait until the handler itself runs (a request still queued would be refused by the
+    // disconnecting container instead), then drop the server's connection.
+    ASSERT_TRUE(eventually([&] { return handlerStarted.load(); }));
     server_->forceDisconnectTransport();
     EXPECT_EQ(outcome(future, deadline(1s)),
               "error: The service at address " + address.toString() + " went away before replying");
