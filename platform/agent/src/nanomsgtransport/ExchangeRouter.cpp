@@ -5,7 +5,6 @@
 #include "foundation/log/Severity.h"
 
 #include <nng/protocol/reqrep0/rep.h>
-#include <nng/protocol/reqrep0/req.h>
 
 #include <boost/uuid/uuid_io.hpp>
 
@@ -19,9 +18,7 @@ namespace severity = foundation::log::severity;
 namespace {
 
 constexpr std::size_t kRemovedPipesRemembered = 4096;
-// A healthy listener completes a handshake in well under a millisecond; two missed
-// probes in a row this long each mean it has stopped accepting.
-constexpr nng_duration kProbeWaitMs = 1000;
+// Two missed probes in a row (ListenerProbe.h) mean a listener has stopped accepting.
 constexpr unsigned kProbesBeforeRestart = 2;
 // A container hangs up on our Goodbye at once; one that has not after this long
 // (stalled, or not one of ours) is hung up on.
@@ -46,9 +43,6 @@ NngMessagePtr makeGoodbye(const boost::uuids::uuid& node) {
 }  // namespace
 
 Exchange::Router::Router() {
-    // The probe's node id only has to differ from every container's.
-    probeNode_.data[0] = 0xff;
-    probeNode_.data[15] = 0x01;
     if (int rv = nng_rep0_open_raw(&socket_); rv != 0) {
         throw std::runtime_error(nngFailure("Cannot open the exchange socket", rv));
     }
@@ -600,7 +594,7 @@ void Exchange::Router::probeListeners() {
         }
     }
     for (const auto& url : urls) {
-        const bool alive = probe(url);
+        const bool alive = probe_.answers(url);
         std::lock_guard<std::mutex> lock(listenersMutex_);
         auto listener = std::find_if(listeners_.begin(), listeners_.end(),
                                      [&](const Listener& l) { return l.url == url; });
@@ -751,55 +745,6 @@ void Exchange::Router::waitForHangUps() {
         lock.lock();
         nudge = std::chrono::steady_clock::now() + kGoodbyeWait;
     }
-}
-
-bool Exchange::Router::probe(const std::string& url) {
-    // A Hello through the listener must come back as a Welcome: on a stuck ipc listener
-    // the dialer side still completes its handshake, so only a round trip tells.
-    nng_socket probe;
-    if (nng_req0_open_raw(&probe) != 0) {
-        return true;  // cannot tell; do not disturb the listener
-    }
-    // The Hello waits in the socket until the dialer connects. The probe is never cut
-    // short, not even when the exchange closes: one that hangs up during the handshake is
-    // exactly what leaves an nng 1.5.2 ipc listener stuck (and, at close, leaks it with
-    // every connection it accepted since). So close() may wait for it, up to
-    // kProbeWaitMs when the listener is stuck.
-    nng_socket_set_int(probe, NNG_OPT_SENDBUF, 1);
-    nng_socket_set_ms(probe, NNG_OPT_SENDTIMEO, kProbeWaitMs);
-    nng_socket_set_ms(probe, NNG_OPT_RECVTIMEO, kProbeWaitMs);
-    bool alive = true;
-    try {
-        Envelope hello;
-        hello.kind = FrameKind::Hello;
-        hello.sourceNode = probeNode_;
-        hello.correlationId = ++probeCount_;
-        auto frame = makeFrame(hello, nullptr, 0);
-        if (nng_dial(probe, url.c_str(), nullptr, NNG_FLAG_NONBLOCK) == 0 &&
-            nng_sendmsg(probe, frame.get(), 0) == 0) {
-            frame.release();
-            alive = false;
-            const auto giveUp = std::chrono::steady_clock::now() + std::chrono::milliseconds(kProbeWaitMs);
-            while (!alive && std::chrono::steady_clock::now() < giveUp) {
-                nng_msg* answer = nullptr;
-                const int rv = nng_recvmsg(probe, &answer, 0);
-                if (rv == NNG_ETIMEDOUT) {
-                    continue;
-                }
-                if (rv != 0) {
-                    break;
-                }
-                NngMessagePtr owned(answer);
-                const auto envelope = decodeEnvelope(static_cast<const std::uint8_t*>(nng_msg_body(answer)),
-                                                     nng_msg_len(answer));
-                alive = envelope.kind == FrameKind::Welcome && envelope.correlationId == hello.correlationId;
-            }
-        }
-    } catch (const std::exception&) {
-        alive = true;  // our own trouble, not the listener's
-    }
-    nng_close(probe);
-    return alive;
 }
 
 }  // namespace agent::nanomsgtransport

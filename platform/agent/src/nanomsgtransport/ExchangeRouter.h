@@ -3,6 +3,7 @@
 #include "agent/nanomsgtransport/Envelope.h"
 #include "agent/nanomsgtransport/Exchange.h"
 #include "nanomsgtransport/Frame.h"
+#include "nanomsgtransport/ListenerProbe.h"
 #include "nanomsgtransport/PipeEventRelay.h"
 #include "nanomsgtransport/SocketSender.h"
 
@@ -52,8 +53,9 @@ namespace agent::nanomsgtransport {
 // (3) Closing a listener while it accepts a connection leaks both descriptors, so no
 // container may be connecting then: a container closes its dialer on our Goodbye
 // (nng would redial at once otherwise) and dials again after a pause. And our own
-// listener probe is never cut short. Left to chance: an unrelated container that
-// connects in the moment the socket closes.
+// listener probe is never cut short (ListenerProbe.h). Left to chance: an unrelated
+// container that connects in the moment the socket closes, and one so slow to act on
+// our Goodbye that it hangs up just as our hang-up arrives.
 class Exchange::Router {
 public:
     Router();
@@ -146,7 +148,6 @@ private:
     // Call with no lock held: calls out.
     void reportGoneNodes();
     void probeListeners();
-    bool probe(const std::string& url);
     // Stops routing and says Goodbye to every container (a connection that never spoke is
     // hung up on at once). Call after the housekeeper stopped.
     void sayGoodbyeToEverybody();
@@ -182,9 +183,7 @@ private:
     std::mutex listenersMutex_;
     std::vector<Listener> listeners_;
     std::chrono::milliseconds probeInterval_{250};
-    // Only the housekeeping thread probes.
-    boost::uuids::uuid probeNode_{};
-    std::uint64_t probeCount_ = 0;
+    ListenerProbe probe_;  // only the housekeeping thread probes
 
     std::mutex eventsMutex_;
     std::condition_variable eventsChanged_;
