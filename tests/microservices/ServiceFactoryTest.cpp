@@ -120,6 +120,22 @@ namespace
         EXPECT_EQ(3, factory->made.load()) << "a fresh object after the last one was released";
     }
 
+    TEST_F(ServiceFactoryTest, AFactoryMayDeclareSingletonScopeButNoOtherAndKeepsItAcrossSetProperties)
+    {
+        auto shared = context.RegisterService<Counter>(ToFactory(std::make_shared<BundleFactory>()),
+                                                       { { "Service.Scope", std::string("singleton") } });
+        auto ref = shared.GetReference();
+        EXPECT_EQ(Constants::SCOPE_SINGLETON, any_cast<std::string>(ref.GetProperty(Constants::SERVICE_SCOPE)));
+        shared.SetProperties({ { "extra", 1 } });
+        EXPECT_EQ(Constants::SCOPE_SINGLETON, any_cast<std::string>(ref.GetProperty(Constants::SERVICE_SCOPE)));
+
+        auto claimed = context.RegisterService<Counter>(ToFactory(std::make_shared<BundleFactory>()),
+                                                        { { "service.scope", std::string("prototype") } });
+        EXPECT_EQ(Constants::SCOPE_BUNDLE,
+                  any_cast<std::string>(claimed.GetReference().GetProperty(Constants::SERVICE_SCOPE)))
+            << "only a prototype factory makes prototypes";
+    }
+
     TEST_F(ServiceFactoryTest, UnregisteringUngetsHeldObjectsOnceAndLatePointerDeathDoesNothing)
     {
         auto factory = std::make_shared<BundleFactory>();

@@ -11,6 +11,7 @@ namespace cppmicroservices
                                                                    InterfaceMapConstPtr service,
                                                                    std::shared_ptr<ServiceFactory> factory,
                                                                    bool prototype,
+                                                                   std::string const& scope,
                                                                    std::shared_ptr<BundlePrivate> const& owner,
                                                                    std::weak_ptr<CoreBundleContext> core,
                                                                    std::shared_ptr<AnyMap const> properties,
@@ -20,6 +21,7 @@ namespace cppmicroservices
         , service(std::move(service))
         , factory(std::move(factory))
         , prototype(prototype)
+        , scope(scope)
         , owner(owner)
         , ownerKey(owner.get())
         , core(std::move(core))
@@ -53,10 +55,6 @@ namespace cppmicroservices
     std::string const&
     ServiceRegistrationBasePrivate::Scope() const
     {
-        if (!factory)
-        {
-            return Constants::SCOPE_SINGLETON;
-        }
-        return prototype ? Constants::SCOPE_PROTOTYPE : Constants::SCOPE_BUNDLE;
+        return scope;
     }
 } // namespace cppmicroservices

@@ -36,6 +36,7 @@ namespace cppmicroservices
                                        InterfaceMapConstPtr service,
                                        std::shared_ptr<ServiceFactory> factory,
                                        bool prototype,
+                                       std::string const& scope,
                                        std::shared_ptr<BundlePrivate> const& owner,
                                        std::weak_ptr<CoreBundleContext> core,
                                        std::shared_ptr<AnyMap const> properties,
@@ -63,6 +64,7 @@ namespace cppmicroservices
         InterfaceMapConstPtr const service;     ///< the objects, or the factory entries
         std::shared_ptr<ServiceFactory> const factory;
         bool const prototype;
+        std::string const scope; ///< the service.scope value the registration was made with
         std::weak_ptr<BundlePrivate> const owner;
         BundlePrivate const* const ownerKey; ///< for comparisons only, never dereferenced
         std::weak_ptr<CoreBundleContext> const core;

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <optional>
 #include <stdexcept>
 
@@ -36,6 +37,41 @@ namespace cppmicroservices
         StripScope(std::string const& name)
         {
             return name.compare(0, 2, "::") == 0 ? name.substr(2) : name;
+        }
+
+        bool
+        EqualIgnoringCase(std::string const& a, std::string const& b)
+        {
+            return a.size() == b.size()
+                   && std::equal(a.begin(),
+                                 a.end(),
+                                 b.begin(),
+                                 [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
+        }
+
+        // The framework sets service.scope, with one exception: a plain service factory that hands
+        // every bundle the same object (a singleton component of Declarative Services) may say so
+        // with "singleton", which clients filter on.
+        std::string const&
+        ScopeOf(bool factory, bool prototype, ServiceProperties const& properties)
+        {
+            if (!factory)
+            {
+                return Constants::SCOPE_SINGLETON;
+            }
+            if (prototype)
+            {
+                return Constants::SCOPE_PROTOTYPE;
+            }
+            for (auto const& [key, value] : properties)
+            {
+                if (EqualIgnoringCase(key, Constants::SERVICE_SCOPE) && value.Type() == typeid(std::string)
+                    && ref_any_cast<std::string>(value) == Constants::SCOPE_SINGLETON)
+                {
+                    return Constants::SCOPE_SINGLETON;
+                }
+            }
+            return Constants::SCOPE_BUNDLE;
         }
     } // namespace
 
@@ -102,8 +138,7 @@ namespace cppmicroservices
         }
 
         bool const prototype = factory && std::dynamic_pointer_cast<PrototypeServiceFactory>(factory) != nullptr;
-        std::string const& scope = !factory ? Constants::SCOPE_SINGLETON
-                                            : (prototype ? Constants::SCOPE_PROTOTYPE : Constants::SCOPE_BUNDLE);
+        std::string const& scope = ScopeOf(factory != nullptr, prototype, properties);
 
         long const id = nextServiceId.fetch_add(1);
         int ranking = 0;
@@ -118,6 +153,7 @@ namespace cppmicroservices
                                                                     std::move(stored),
                                                                     std::move(factory),
                                                                     prototype,
+                                                                    scope,
                                                                     bundle,
                                                                     core,
                                                                     std::move(props),

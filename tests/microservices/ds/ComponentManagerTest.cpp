@@ -99,6 +99,7 @@ namespace dstest
             StartBundle("DSTestLifecycleBundle");
             auto reference = context.GetServiceReference<test::LazyService>();
             ASSERT_TRUE(reference) << "a delayed component registers its service at once";
+            EXPECT_EQ("singleton", reference.GetProperty("service.scope").ToString());
             EXPECT_THAT(Calls("Lazy"), IsEmpty());
 
             auto first = context.GetService(reference);

@@ -7,6 +7,7 @@
 #include "component/ComponentServiceFactory.h"
 #include "runtime/DsLogger.h"
 
+#include "cppmicroservices/Constants.h"
 #include "cppmicroservices/servicecomponent/ComponentConstants.hpp"
 
 #include <algorithm>
@@ -121,6 +122,9 @@ namespace cppmicroservices::ds
         // The runtime's own keys win, so that a component always recognises its own services.
         Overlay(properties, service::component::ComponentConstants::COMPONENT_NAME, Any(metadata.name));
         Overlay(properties, service::component::ComponentConstants::COMPONENT_ID, Any(description->id));
+        // A singleton component is registered through a factory that gives every bundle the one
+        // instance; saying so keeps its service.scope "singleton".
+        Overlay(properties, Constants::SERVICE_SCOPE, Any(metadata.serviceScope));
         return properties;
     }
 
