@@ -12,6 +12,8 @@
 #include <cppmicroservices/ServiceReference.h>
 #include <cppmicroservices/cm/ConfigurationAdmin.hpp>
 
+#include <dlfcn.h>
+
 #include <future>
 #include <string>
 #include <vector>
@@ -125,6 +127,7 @@ TEST_F(BundleTest, TheComponentIsCreatedOnlyWhenAllThreeReferencesAreThereAndOff
     EXPECT_EQ("Norbridge", string("Service.vendor"));
     EXPECT_EQ("qz.spf.legacyservicepublisher", string("service.pid"));
     EXPECT_EQ("legacyservicepublisher", string("spf.servicepublisher.name"));
+    EXPECT_EQ("singleton", string(cppmicroservices::Constants::SERVICE_SCOPE));
     const auto classes = cppmicroservices::any_cast<std::vector<std::string>>(
         reference.GetProperty(cppmicroservices::Constants::OBJECTCLASS));
     EXPECT_EQ((std::vector<std::string>{"agent::spf::servicepublisher::ServicePublisher",
@@ -137,6 +140,26 @@ TEST_F(BundleTest, TheComponentIsCreatedOnlyWhenAllThreeReferencesAreThereAndOff
     ASSERT_NE(nullptr, publisherService);
     ASSERT_NE(nullptr, factory);
     EXPECT_EQ(dynamic_cast<ServicePublisher*>(publisherService.get()), dynamic_cast<ServicePublisher*>(factory.get()));
+}
+
+TEST_F(BundleTest, TheEntryPointsAndTheContextGlueAreExportedUnmangled) {
+    startAllPlatformBundles();
+    ASSERT_TRUE(testsupport::WaitFor([this] { return component() != nullptr; }));
+
+    // The framework has loaded the library by now; this only finds it.
+    void* library = dlopen(bundlePath("agentspflegacyservicepublisher").c_str(), RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(nullptr, library);
+    for (const auto* symbol : {"NewInstance_agent_spf_legacyservicepublisher_ServicePublisher",
+                               "DeleteInstance_agent_spf_legacyservicepublisher_ServicePublisher",
+                               "_us_set_bundle_context_instance_com_norbridge_agentspflegacyservicepublisher"}) {
+        EXPECT_NE(nullptr, dlsym(library, symbol)) << symbol;
+    }
+    using GetContext = void* (*)();
+    const auto getContext = reinterpret_cast<GetContext>(
+        dlsym(library, "_us_get_bundle_context_instance_com_norbridge_agentspflegacyservicepublisher"));
+    ASSERT_NE(nullptr, getContext);
+    EXPECT_NE(nullptr, getContext()) << "the framework set the context of the started bundle";
+    dlclose(library);
 }
 
 TEST_F(BundleTest, LosingAReferenceTearsTheComponentDownAndItsReturnMakesANewOne) {
