@@ -76,10 +76,15 @@ case "$command" in
     shopt -s nullglob
     benches=("$build_dir"/bin/*_bench)
     [ ${#benches[@]} -gt 0 ] || die "no benchmark was built"
+    results=()
     for bench in "${benches[@]}"; do
       echo "== $(basename "$bench")"
-      "$bench"
+      out="$build_dir/$(basename "$bench").json"
+      "$bench" --benchmark_out="$out" --benchmark_out_format=json
+      results+=("$out")
     done
+    echo "== ratios"
+    python3 bench/ratios.py "${results[@]}"
     ;;
   *) die "unknown command '$command' (build, test, demo or bench)" ;;
 esac

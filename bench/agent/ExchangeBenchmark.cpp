@@ -1,8 +1,11 @@
 // One call in flight, echo of 1 B, 1 KiB and 64 KiB:
 //   RawPair1RoundTrip   nng pair1 socket pair, one echo thread, no broker
+//   RawReqRepRoundTrip  nng REQ/REP socket pair, one echo thread, no broker
+//   NngDeviceRoundTrip  REQ → nng's own forwarder (raw REP | raw REQ) → echo REP: a broker
+//                       with none of our code, the floor for the exchange
 //   ExchangeRoundTrip   container → exchange → container handler → exchange → container
-// on inproc:// and ipc://. Compare the two rows of a transport and size: DESIGN.md's
-// target is ExchangeRoundTrip ≤ 2.2 × RawPair1RoundTrip.
+// on inproc:// and ipc://. bench/ratios.py prints ExchangeRoundTrip over each raw row of the
+// same transport and size; the target is at most 2.2 times the pair1 round trip.
 
 #include "agent/core/container/ServiceContainer.h"
 #include "agent/nanomsgtransport/Exchange.h"
@@ -14,6 +17,8 @@
 #include <boost/uuid/random_generator.hpp>
 #include <nng/nng.h>
 #include <nng/protocol/pair1/pair.h>
+#include <nng/protocol/reqrep0/rep.h>
+#include <nng/protocol/reqrep0/req.h>
 
 #include <unistd.h>
 
@@ -35,13 +40,13 @@ std::string url(std::int64_t transport, const char* name) {
                           : std::string("ipc:///tmp/bench-") + name + n + ".sock";
 }
 
-void RawPair1RoundTrip(benchmark::State& state) {
-    const auto address = url(state.range(0), "pair");
-    nng_socket server;
-    nng_socket client;
-    nng_pair1_open(&server);
-    nng_pair1_open(&client);
-    nng_listen(server, address.c_str(), nullptr, 0);
+// Echoes `size`-byte messages from `client` through `server`, which an echo thread answers.
+// `server` listens on `address` unless it is already connected (listen = false).
+void RawRoundTrip(benchmark::State& state, nng_socket server, nng_socket client, const std::string& address,
+                  bool listen = true) {
+    if (listen) {
+        nng_listen(server, address.c_str(), nullptr, 0);
+    }
     nng_dial(client, address.c_str(), nullptr, 0);
     std::thread echo([&] {
         nng_msg* msg = nullptr;
@@ -66,6 +71,46 @@ void RawPair1RoundTrip(benchmark::State& state) {
     nng_close(server);
     echo.join();
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * size * 2));
+}
+
+void RawPair1RoundTrip(benchmark::State& state) {
+    nng_socket server;
+    nng_socket client;
+    nng_pair1_open(&server);
+    nng_pair1_open(&client);
+    RawRoundTrip(state, server, client, url(state.range(0), "pair"));
+}
+
+void RawReqRepRoundTrip(benchmark::State& state) {
+    nng_socket server;
+    nng_socket client;
+    nng_rep0_open(&server);
+    nng_req0_open(&client);
+    RawRoundTrip(state, server, client, url(state.range(0), "reqrep"));
+}
+
+// The floor for any broker on nng: nng's own forwarder (nng_device between a raw REP front
+// and a raw REQ back) in the middle, an echo REP server behind it. Same four transits as the
+// exchange, none of our code.
+void NngDeviceRoundTrip(benchmark::State& state) {
+    const auto front = url(state.range(0), "front");
+    const auto back = url(state.range(0), "back");
+    nng_socket frontSocket;
+    nng_socket backSocket;
+    nng_rep0_open_raw(&frontSocket);
+    nng_req0_open_raw(&backSocket);
+    nng_listen(frontSocket, front.c_str(), nullptr, 0);
+    nng_listen(backSocket, back.c_str(), nullptr, 0);
+    std::thread device([&] { nng_device(frontSocket, backSocket); });
+    nng_socket server;
+    nng_rep0_open(&server);
+    nng_dial(server, back.c_str(), nullptr, 0);
+    nng_socket client;
+    nng_req0_open(&client);
+    RawRoundTrip(state, server, client, front, false);
+    nng_close(frontSocket);
+    nng_close(backSocket);
+    device.join();
 }
 
 std::shared_ptr<agent::core::container::ServiceContainer> container(const std::string& endpoint) {
@@ -104,6 +149,8 @@ void sizes(benchmark::internal::Benchmark* b) {
 }  // namespace
 
 BENCHMARK(RawPair1RoundTrip)->Apply(sizes);
+BENCHMARK(RawReqRepRoundTrip)->Apply(sizes);
+BENCHMARK(NngDeviceRoundTrip)->Apply(sizes);
 BENCHMARK(ExchangeRoundTrip)->Apply(sizes);
 
 int main(int argc, char** argv) {
