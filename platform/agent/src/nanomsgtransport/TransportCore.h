@@ -49,6 +49,9 @@ class TransportCore : public std::enable_shared_from_this<TransportCore> {
 public:
     using Clock = std::chrono::steady_clock;
 
+    // A failed reply's exception, carrying `reason`.
+    static std::exception_ptr failure(const std::string& reason);
+
     TransportCore(foundation::concurrent::threadpool::ThreadPool& pool, const boost::uuids::uuid& node,
                   std::chrono::milliseconds requestTimeout, std::chrono::milliseconds connectTimeout);
     ~TransportCore();
@@ -84,6 +87,7 @@ private:
 
     static void onReceive(void* self) noexcept;
     void onPipeEvent(nng_pipe pipe, nng_pipe_ev event) noexcept;
+    static nng_socket socketOf(std::uint32_t id);
 
     // Sends one frame, reporting our credit. Blocks on back-pressure up to the connect
     // timeout. Returns 0 or nng's error (NNG_ECLOSED once closing has begun).
@@ -114,6 +118,10 @@ private:
     // Call with lifecycleMutex_ held, or on closer_. Ends all sending with a Goodbye and waits, bounded,
     // for the exchange's Farewell.
     void sayGoodbye();
+
+    // The core whose handler the current thread runs, so an orderly disconnect from inside
+    // a handler does not wait for itself.
+    static thread_local const TransportCore* servingCore;
 
     foundation::concurrent::threadpool::ThreadPool& pool_;
     const boost::uuids::uuid node_;
