@@ -20,11 +20,6 @@ using ::testing::StartsWith;
 const auto kDirectoryInstance =
     agent::core::transport::getWellKnowAddressFor(agent::core::transport::WellKnownAddressName::Directory).getUUID();
 
-struct CommandLine {
-    std::vector<std::string> arguments;
-    std::string firstErrorLine;
-};
-
 // Runs a program to its end and returns {wait status, stdout, stderr}.
 std::tuple<int, std::string, std::string> runToEnd(const std::string& program,
                                                    const std::vector<std::string>& arguments) {

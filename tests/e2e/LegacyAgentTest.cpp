@@ -45,11 +45,6 @@ std::vector<std::string> methodNames(const ServiceStub& stub) {
     return names;
 }
 
-struct CommandLine {
-    std::vector<std::string> arguments;
-    std::string firstErrorLine;
-};
-
 class LegacyAgentCommandLineTest : public ::testing::TestWithParam<CommandLine> {};
 
 TEST_P(LegacyAgentCommandLineTest, BadCommandLineGetsItsErrorAndTheUsageOnStderrAndExitStatusTwo) {

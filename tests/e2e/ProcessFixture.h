@@ -15,6 +15,7 @@
 
 #include <filesystem>
 #include <map>
+#include <ostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -39,6 +40,22 @@ inline std::string outcome(agent::core::transport::ReplyFuture future, Clock::ti
         return std::string(future.get().asStringView());
     } catch (const std::exception& e) {
         return std::string("error: ") + e.what();
+    }
+}
+
+// A command line a program refuses, and the first line of its complaint.
+struct CommandLine {
+    std::vector<std::string> arguments;
+    std::string firstErrorLine;
+};
+
+// Names a case in test listings by its arguments.
+inline void PrintTo(const CommandLine& line, std::ostream* out) {
+    if (line.arguments.empty()) {
+        *out << "(no arguments)";
+    }
+    for (std::size_t i = 0; i < line.arguments.size(); ++i) {
+        *out << (i == 0 ? "" : " ") << (line.arguments[i].empty() ? "''" : line.arguments[i]);
     }
 }
 
