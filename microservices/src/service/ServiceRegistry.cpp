@@ -4,6 +4,7 @@
 #include "service/ServicePropertiesBuilder.h"
 #include "service/ServiceRegistrationBasePrivate.h"
 #include "service/SimpleObjectClassFilter.h"
+#include "util/EqualIgnoringCase.h"
 
 #include "cppmicroservices/Constants.h"
 #include "cppmicroservices/LDAPFilter.h"
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <optional>
 #include <stdexcept>
 
@@ -37,16 +37,6 @@ namespace cppmicroservices
         StripScope(std::string const& name)
         {
             return name.compare(0, 2, "::") == 0 ? name.substr(2) : name;
-        }
-
-        bool
-        EqualIgnoringCase(std::string const& a, std::string const& b)
-        {
-            return a.size() == b.size()
-                   && std::equal(a.begin(),
-                                 a.end(),
-                                 b.begin(),
-                                 [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
         }
 
         // The framework sets service.scope, with one exception: a plain service factory that hands

@@ -1,26 +1,9 @@
 #include "service/SimpleObjectClassFilter.h"
 
-#include <cctype>
+#include "util/EqualIgnoringCase.h"
 
 namespace cppmicroservices
 {
-    namespace
-    {
-        bool
-        EqualsIgnoreCase(std::string const& a, char const* b)
-        {
-            std::size_t i = 0;
-            for (; i < a.size() && b[i] != '\0'; ++i)
-            {
-                if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i])))
-                {
-                    return false;
-                }
-            }
-            return i == a.size() && b[i] == '\0';
-        }
-    } // namespace
-
     std::optional<std::string>
     SimpleObjectClassFilter(std::string const& filter)
     {
@@ -35,7 +18,7 @@ namespace cppmicroservices
         }
         std::string const key = filter.substr(1, eq - 1);
         std::string const value = filter.substr(eq + 1, filter.size() - eq - 2);
-        if (!EqualsIgnoreCase(key, "objectclass") || value.empty())
+        if (!EqualIgnoringCase(key, "objectclass") || value.empty())
         {
             return std::nullopt;
         }
