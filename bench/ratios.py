@@ -17,6 +17,7 @@ import sys
 COMPARISONS = {
     "ExchangeRoundTrip": [("RawPair1RoundTrip", 2.2), ("RawReqRepRoundTrip", None), ("NngDeviceRoundTrip", None)],
     "NngDeviceRoundTrip": [("RawPair1RoundTrip", None)],
+    "Pair1ForwarderRoundTrip": [("RawPair1RoundTrip", None)],
 }
 
 

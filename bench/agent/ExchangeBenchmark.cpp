@@ -3,6 +3,8 @@
 //   RawReqRepRoundTrip  nng REQ/REP socket pair, one echo thread, no broker
 //   NngDeviceRoundTrip  REQ → nng's own forwarder (raw REP | raw REQ) → echo REP: a broker
 //                       with none of our code, the floor for the exchange
+//   Pair1ForwarderRoundTrip  pair1 → a forwarding thread each way → pair1 echo: a broker
+//                       without the raw protocols' queues, one client and one server only
 //   ExchangeRoundTrip   container → exchange → container handler → exchange → container
 // on inproc:// and ipc://. bench/ratios.py prints ExchangeRoundTrip over each raw row of the
 // same transport and size; the target is at most 2.2 times the pair1 round trip.
@@ -113,6 +115,39 @@ void NngDeviceRoundTrip(benchmark::State& state) {
     device.join();
 }
 
+// A broker on pair1 sockets, one per side, with a thread forwarding each way: what a broker
+// that avoids the raw protocols' queue hand-offs could reach, for one client and one server.
+void Pair1ForwarderRoundTrip(benchmark::State& state) {
+    const auto front = url(state.range(0), "pfront");
+    const auto back = url(state.range(0), "pback");
+    nng_socket frontSocket;
+    nng_socket backSocket;
+    nng_pair1_open(&frontSocket);
+    nng_pair1_open(&backSocket);
+    nng_listen(frontSocket, front.c_str(), nullptr, 0);
+    nng_listen(backSocket, back.c_str(), nullptr, 0);
+    const auto forward = [](nng_socket from, nng_socket to) {
+        nng_msg* msg = nullptr;
+        while (nng_recvmsg(from, &msg, 0) == 0) {
+            if (nng_sendmsg(to, msg, 0) != 0) {
+                nng_msg_free(msg);
+            }
+        }
+    };
+    std::thread forwards(forward, frontSocket, backSocket);
+    std::thread backwards(forward, backSocket, frontSocket);
+    nng_socket server;
+    nng_pair1_open(&server);
+    nng_dial(server, back.c_str(), nullptr, 0);
+    nng_socket client;
+    nng_pair1_open(&client);
+    RawRoundTrip(state, server, client, front, false);
+    nng_close(frontSocket);
+    nng_close(backSocket);
+    forwards.join();
+    backwards.join();
+}
+
 std::shared_ptr<agent::core::container::ServiceContainer> container(const std::string& endpoint) {
     auto c = std::make_shared<agent::core::container::ServiceContainer>();
     c->setNewMaximumPoolSize(4);
@@ -151,6 +186,7 @@ void sizes(benchmark::internal::Benchmark* b) {
 BENCHMARK(RawPair1RoundTrip)->Apply(sizes);
 BENCHMARK(RawReqRepRoundTrip)->Apply(sizes);
 BENCHMARK(NngDeviceRoundTrip)->Apply(sizes);
+BENCHMARK(Pair1ForwarderRoundTrip)->Apply(sizes);
 BENCHMARK(ExchangeRoundTrip)->Apply(sizes);
 
 int main(int argc, char** argv) {
