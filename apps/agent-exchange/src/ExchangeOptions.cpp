@@ -1,78 +1,31 @@
 #include "ExchangeOptions.h"
 
+#include "apps/common/CommandLine.h"
+
 #include <stdexcept>
 
 namespace apps::agentexchange {
 
-namespace {
-
-bool startsWith(const std::string& text, const std::string& prefix) {
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
-
-}  // namespace
-
 ExchangeOptions parseExchangeOptions(const std::vector<std::string>& arguments) {
     ExchangeOptions options;
-    bool haveName = false;
-    bool haveEndpoint = false;
-    bool haveMode = false;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& argument = arguments[i];
-        if (argument == "--help" || argument == "-h") {
-            options.help = true;
-            return options;
-        }
-        if (!startsWith(argument, "--")) {
-            throw std::invalid_argument("Unexpected argument '" + argument + "'");
-        }
-        const auto equals = argument.find('=');
-        const std::string option = argument.substr(0, equals);
-        bool* seen = option == "--name"       ? &haveName
-                     : option == "--endpoint" ? &haveEndpoint
-                     : option == "--mode"     ? &haveMode
-                     : nullptr;
-        if (seen == nullptr && option != "--registry") {
-            throw std::invalid_argument("Unknown option '" + option + "'");
-        }
-        std::string value;
-        if (equals != std::string::npos) {
-            value = argument.substr(equals + 1);
-        } else if (i + 1 < arguments.size() && !startsWith(arguments[i + 1], "--")) {
-            value = arguments[++i];
-        }
-        if (value.empty()) {
-            throw std::invalid_argument("Option " + option + " needs a value");
-        }
-        if ((seen != nullptr && *seen) || (option == "--registry" && options.registry)) {
-            throw std::invalid_argument("Option " + option + " is given twice");
-        }
-        if (seen != nullptr) {
-            *seen = true;
-        }
-        if (option == "--name") {
-            options.name = value;
-        } else if (option == "--endpoint") {
-            if (!startsWith(value, "ipc://") && !startsWith(value, "tcp://")) {
-                throw std::invalid_argument("Endpoint '" + value + "' is not an ipc:// or tcp:// URL");
-            }
-            options.endpoint = value;
-        } else if (option == "--mode") {
-            const auto mode = agent::control::parseAgentMode(value);
-            if (!mode) {
-                throw std::invalid_argument("Unknown mode '" + value + "' (use korvexdrive or desktopservices)");
-            }
-            options.mode = *mode;
-        } else {
-            options.registry = std::filesystem::path(value);
-        }
-    }
-    if (!haveName) {
-        throw std::invalid_argument("Option --name is required");
-    }
-    if (!haveEndpoint) {
-        throw std::invalid_argument("Option --endpoint is required");
-    }
+    options.help = common::readCommandLine(
+        arguments,
+        {{"--name", true, [&options](const std::string& value) { options.name = value; }},
+         {"--endpoint", true,
+          [&options](const std::string& value) {
+              common::requireExchangeUrl("Endpoint", value);
+              options.endpoint = value;
+          }},
+         {"--mode", false,
+          [&options](const std::string& value) {
+              const auto mode = agent::control::parseAgentMode(value);
+              if (!mode) {
+                  throw std::invalid_argument("Unknown mode '" + value + "' (use korvexdrive or desktopservices)");
+              }
+              options.mode = *mode;
+          }},
+         {"--registry", false,
+          [&options](const std::string& value) { options.registry = std::filesystem::path(value); }}});
     return options;
 }
 

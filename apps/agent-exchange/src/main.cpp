@@ -2,6 +2,8 @@
 
 #include "ExchangeOptions.h"
 
+#include "apps/common/AppMain.h"
+
 #include "agent/control/AgentRegistration.h"
 #include "agent/nanomsgtransport/Exchange.h"
 #include "agent/utils/FolderLocations.h"
@@ -10,8 +12,6 @@
 
 #include "foundation/log/DiagnosticLogger.h"
 
-#include <pthread.h>
-#include <signal.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -21,6 +21,7 @@
 namespace {
 
 using apps::agentexchange::ExchangeOptions;
+using apps::common::TerminationSignals;
 using foundation::log::severity::info;
 
 const foundation::log::diagnostic_logger& logger() {
@@ -38,7 +39,7 @@ std::filesystem::path registryRoot(const ExchangeOptions& options) {
     return agent::utils::FolderLocations(boost::none, options.registry).lockRoot();
 }
 
-int run(const ExchangeOptions& options, const sigset_t& termination) {
+int run(const ExchangeOptions& options, const TerminationSignals& signals) {
     const auto root = registryRoot(options);
     agent::nanomsgtransport::Exchange exchange;
     const std::string url = exchange.listen(options.endpoint);
@@ -49,9 +50,7 @@ int run(const ExchangeOptions& options, const sigset_t& termination) {
     FOUNDATION_LOG(logger(), info) << "Exchange " << options.name << " listening on " << url
                                    << ", registered in " << registration->path().string();
 
-    int received = 0;
-    while (::sigwait(&termination, &received) != 0) {
-    }
+    const int received = signals.wait();
     FOUNDATION_LOG(logger(), info) << "Stopping on " << ::strsignal(received);
     // Out of the registry first, so nobody finds an exchange that is going away.
     registration.reset();
@@ -63,31 +62,6 @@ int run(const ExchangeOptions& options, const sigset_t& termination) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Blocked before any thread starts, so every thread inherits the mask and only the
-    // sigwait in run() takes these signals: the stop runs on the main thread, not in a handler.
-    sigset_t termination;
-    ::sigemptyset(&termination);
-    ::sigaddset(&termination, SIGINT);
-    ::sigaddset(&termination, SIGTERM);
-    ::pthread_sigmask(SIG_BLOCK, &termination, nullptr);
-    // A reader that went away must not end us through a write to its pipe.
-    ::signal(SIGPIPE, SIG_IGN);
-
-    ExchangeOptions options;
-    try {
-        options = apps::agentexchange::parseExchangeOptions(std::vector<std::string>(argv + 1, argv + argc));
-    } catch (const std::invalid_argument& e) {
-        std::cerr << "agent-exchange: " << e.what() << "\n\n" << apps::agentexchange::exchangeUsage();
-        return 2;
-    }
-    if (options.help) {
-        std::cout << apps::agentexchange::exchangeUsage();
-        return 0;
-    }
-    try {
-        return run(options, termination);
-    } catch (const std::exception& e) {
-        std::cerr << "agent-exchange: " << e.what() << "\n";
-        return 1;
-    }
+    return apps::common::runApp("agent-exchange", apps::agentexchange::exchangeUsage(), argc, argv,
+                                apps::agentexchange::parseExchangeOptions, run);
 }

@@ -1,65 +1,28 @@
 #include "LegacyAgentOptions.h"
 
+#include "apps/common/CommandLine.h"
+
 #include <stdexcept>
 
 namespace apps::legacyagent {
 
-namespace {
-
-bool startsWith(const std::string& text, const std::string& prefix) {
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
-
-}  // namespace
-
 LegacyAgentOptions parseLegacyAgentOptions(const std::vector<std::string>& arguments) {
     LegacyAgentOptions options;
-    bool haveExchange = false;
-    bool havePrefix = false;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& argument = arguments[i];
-        if (argument == "--help" || argument == "-h") {
-            options.help = true;
-            return options;
-        }
-        if (!startsWith(argument, "--")) {
-            throw std::invalid_argument("Unexpected argument '" + argument + "'");
-        }
-        const auto equals = argument.find('=');
-        const std::string option = argument.substr(0, equals);
-        bool* seen = option == "--exchange" ? &haveExchange : option == "--name-prefix" ? &havePrefix : nullptr;
-        if (seen == nullptr) {
-            throw std::invalid_argument("Unknown option '" + option + "'");
-        }
-        std::string value;
-        if (equals != std::string::npos) {
-            value = argument.substr(equals + 1);
-        } else if (i + 1 < arguments.size() && !startsWith(arguments[i + 1], "--")) {
-            value = arguments[++i];
-        }
-        if (value.empty()) {
-            throw std::invalid_argument("Option " + option + " needs a value");
-        }
-        if (*seen) {
-            throw std::invalid_argument("Option " + option + " is given twice");
-        }
-        *seen = true;
-        if (option == "--exchange") {
-            if (!startsWith(value, "ipc://") && !startsWith(value, "tcp://")) {
-                throw std::invalid_argument("Exchange '" + value + "' is not an ipc:// or tcp:// URL");
-            }
-            options.exchange = value;
-        } else {
-            // A '*' would make the names match other services' name patterns by accident.
-            if (value.find('*') != std::string::npos) {
-                throw std::invalid_argument("Name prefix must not hold '*'");
-            }
-            options.namePrefix = value;
-        }
-    }
-    if (!haveExchange) {
-        throw std::invalid_argument("Option --exchange is required");
-    }
+    options.help = common::readCommandLine(
+        arguments,
+        {{"--exchange", true,
+          [&options](const std::string& value) {
+              common::requireExchangeUrl("Exchange", value);
+              options.exchange = value;
+          }},
+         {"--name-prefix", false,
+          [&options](const std::string& value) {
+              // A '*' would make the names match other services' name patterns by accident.
+              if (value.find('*') != std::string::npos) {
+                  throw std::invalid_argument("Name prefix must not hold '*'");
+              }
+              options.namePrefix = value;
+          }}});
     return options;
 }
 

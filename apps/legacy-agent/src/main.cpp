@@ -7,11 +7,11 @@
 #include "LegacyAgentOptions.h"
 #include "ServiceKeeper.h"
 
+#include "apps/common/AppMain.h"
+
 #include "agent/core/container/ServiceContainer.h"
 #include "agent/nanomsgtransport/NanomsgTransport.h"
 
-#include <pthread.h>
-#include <signal.h>
 #include <string.h>
 
 #include <iostream>
@@ -19,6 +19,7 @@
 
 namespace {
 
+using apps::common::TerminationSignals;
 using apps::legacyagent::LegacyAgentOptions;
 using apps::legacyagent::legacyAgentLogger;
 using foundation::log::severity::info;
@@ -27,7 +28,7 @@ using namespace std::chrono_literals;
 // How soon a service missing from the directory (the exchange restarted) is entered again.
 constexpr auto kCheckInterval = 200ms;
 
-int run(const LegacyAgentOptions& options, const sigset_t& termination) {
+int run(const LegacyAgentOptions& options, const TerminationSignals& signals) {
     auto container = std::make_shared<agent::core::container::ServiceContainer>();
     container->setNewMaximumPoolSize(8);
     container->createTransport(agent::nanomsgtransport::getTransport(*container, 5000ms, 5000ms));
@@ -48,9 +49,7 @@ int run(const LegacyAgentOptions& options, const sigset_t& termination) {
     }
     std::cout << "ready" << std::endl;
 
-    int received = 0;
-    while (::sigwait(&termination, &received) != 0) {
-    }
+    const int received = signals.wait();
     FOUNDATION_LOG(legacyAgentLogger(), info) << "Stopping on " << ::strsignal(received);
     keeper.stop();
     container->disconnectTransport();
@@ -60,31 +59,6 @@ int run(const LegacyAgentOptions& options, const sigset_t& termination) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Blocked before any thread starts, so every thread inherits the mask and only the
-    // sigwait in run() takes these signals: the stop runs on the main thread, not in a handler.
-    sigset_t termination;
-    ::sigemptyset(&termination);
-    ::sigaddset(&termination, SIGINT);
-    ::sigaddset(&termination, SIGTERM);
-    ::pthread_sigmask(SIG_BLOCK, &termination, nullptr);
-    // A reader that went away must not end us through a write to its pipe.
-    ::signal(SIGPIPE, SIG_IGN);
-
-    LegacyAgentOptions options;
-    try {
-        options = apps::legacyagent::parseLegacyAgentOptions(std::vector<std::string>(argv + 1, argv + argc));
-    } catch (const std::invalid_argument& e) {
-        std::cerr << "legacy-agent: " << e.what() << "\n\n" << apps::legacyagent::legacyAgentUsage();
-        return 2;
-    }
-    if (options.help) {
-        std::cout << apps::legacyagent::legacyAgentUsage();
-        return 0;
-    }
-    try {
-        return run(options, termination);
-    } catch (const std::exception& e) {
-        std::cerr << "legacy-agent: " << e.what() << "\n";
-        return 1;
-    }
+    return apps::common::runApp("legacy-agent", apps::legacyagent::legacyAgentUsage(), argc, argv,
+                                apps::legacyagent::parseLegacyAgentOptions, run);
 }
