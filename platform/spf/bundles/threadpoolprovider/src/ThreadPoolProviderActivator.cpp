@@ -1,12 +1,8 @@
 // Registers the host's shared executor as a ThreadPoolProvider while the bundle is active.
 
+#include "agent/spf/bundles/SingleServiceActivator.h"
 #include "agent/spf/threadpoolprovider/ExecutorThreadPoolProvider.h"
 
-#include "cppmicroservices/BundleActivator.h"
-#include "cppmicroservices/BundleContext.h"
-#include "cppmicroservices/ServiceRegistration.h"
-
-#include <exception>
 #include <memory>
 
 namespace {
@@ -14,32 +10,27 @@ namespace {
 using agent::spf::threadpoolprovider::ExecutorThreadPoolProvider;
 using agent::spf::threadpoolprovider::ThreadPoolProvider;
 
-class ThreadPoolProviderActivator : public cppmicroservices::BundleActivator {
+class ThreadPoolProviderActivator : public agent::spf::bundles::SingleServiceActivator<ThreadPoolProvider> {
 public:
-    void Start(cppmicroservices::BundleContext context) override {
-        provider_ = std::make_shared<ExecutorThreadPoolProvider>();
-        registration_ = context.RegisterService<ThreadPoolProvider>(provider_);
-    }
-
     // Withdraws the service first, so no new user finds it, then shuts the pool down:
     // users that kept the executor see it refuse work, and their tasks get stop requests
     // and are waited for.
-    void Stop(cppmicroservices::BundleContext) override {
-        try {
-            registration_.Unregister();
-        } catch (const std::exception&) {
-            // Already withdrawn: nothing is left to undo there.
-        }
-        registration_ = nullptr;
+    void Stop(cppmicroservices::BundleContext context) override {
+        SingleServiceActivator::Stop(context);
         if (provider_) {
             provider_->shutDown();
         }
         provider_.reset();
     }
 
+protected:
+    std::shared_ptr<ThreadPoolProvider> makeService() override {
+        provider_ = std::make_shared<ExecutorThreadPoolProvider>();
+        return provider_;
+    }
+
 private:
     std::shared_ptr<ExecutorThreadPoolProvider> provider_;
-    cppmicroservices::ServiceRegistration<ThreadPoolProvider> registration_;
 };
 
 }  // namespace
