@@ -2,7 +2,7 @@
 
 #include "agent/spf/legacyservicepublisher/Logger.h"
 
-#include "support/Barrier.h"
+#include "support/BuilderCalls.h"
 
 #include <foundation/log/CaptureSink.h>
 #include <foundation/log/Sink.h>
@@ -17,13 +17,13 @@
 #include <memory>
 #include <random>
 #include <string>
-#include <thread>
-#include <vector>
 
 namespace agent::spf::legacyservicepublisher {
 namespace {
 
 using agent::core::service::ServiceBuilderBase;
+using testsupport::failureOf;
+using testsupport::namesOfConcurrentCreates;
 namespace fs = std::filesystem;
 
 // A library's path without its suffix, as make_shared takes it.
@@ -48,15 +48,6 @@ int getBuilderCalls(const std::string& path) {
     const int calls = count != nullptr ? count() : -1;
     ::dlclose(handle);
     return calls;
-}
-
-std::string failureOf(ServiceBuilderBase& builder) {
-    try {
-        builder.create();
-        return "no failure";
-    } catch (const std::exception& e) {
-        return e.what();
-    }
 }
 
 // Enables the publisher logger's 0x08 records and captures its records; a scratch folder
@@ -96,24 +87,7 @@ TEST_F(LibraryLoadingServiceBuilderTest, ConcurrentFirstCreatesLoadTheLibraryOnc
     const int callsBefore = getBuilderCalls(path);  // other tests of this process may have loaded it
     auto builder = LibraryLoadingServiceBuilder::make_shared(foundation::text::toUtf16(base));
 
-    constexpr int threads = 8;
-    testsupport::Barrier barrier(threads);
-    std::vector<std::string> names(threads);
-    std::vector<std::thread> callers;
-    for (int i = 0; i < threads; ++i) {
-        callers.emplace_back([&, i] {
-            barrier.ArriveAndWait();
-            try {
-                names[i] = builder->create()->name();
-            } catch (const std::exception& e) {
-                names[i] = std::string("failed: ") + e.what();
-            }
-        });
-    }
-    for (auto& caller : callers) {
-        caller.join();
-    }
-    for (const auto& name : names) {
+    for (const auto& name : namesOfConcurrentCreates(*builder, 8)) {
         EXPECT_EQ(name, "library service");
     }
     EXPECT_EQ(builder->create()->name(), "library service");

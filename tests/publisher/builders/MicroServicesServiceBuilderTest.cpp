@@ -1,6 +1,6 @@
 #include "agent/spf/legacyservicepublisher/MicroServicesServiceBuilder.h"
 
-#include "support/Barrier.h"
+#include "support/BuilderCalls.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/BundleEvent.h"
@@ -11,25 +11,16 @@
 #include <atomic>
 #include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 namespace agent::spf::legacyservicepublisher {
 namespace {
 
 using agent::core::service::ServiceBase;
 using agent::core::service::ServiceBuilderBase;
+using testsupport::failureOf;
+using testsupport::namesOfConcurrentCreates;
 
 std::string bundlePath(const std::string& target) { return std::string(BUILDERS_TEST_LIBRARY_DIR) + "/lib" + target + ".so"; }
-
-std::string failureOf(ServiceBuilderBase& builder) {
-    try {
-        builder.create();
-        return "no failure";
-    } catch (const std::exception& e) {
-        return e.what();
-    }
-}
 
 class TestService : public ServiceBase {
 public:
@@ -69,24 +60,7 @@ TEST_F(MicroServicesServiceBuilderTest, ConcurrentFirstCreatesStartTheBundleOnce
     });
     auto builder = MicroServicesServiceBuilder::make_shared(bundle);
 
-    constexpr int threads = 8;
-    testsupport::Barrier barrier(threads);
-    std::vector<std::string> names(threads);
-    std::vector<std::thread> callers;
-    for (int i = 0; i < threads; ++i) {
-        callers.emplace_back([&, i] {
-            barrier.ArriveAndWait();
-            try {
-                names[i] = builder->create()->name();
-            } catch (const std::exception& e) {
-                names[i] = std::string("failed: ") + e.what();
-            }
-        });
-    }
-    for (auto& caller : callers) {
-        caller.join();
-    }
-    for (const auto& name : names) {
+    for (const auto& name : namesOfConcurrentCreates(*builder, 8)) {
         EXPECT_EQ(name, "first");
     }
     EXPECT_EQ(builder->create()->name(), "first");
