@@ -3,11 +3,11 @@
 // Shared by the agent tests: bounded waits, containers on a running exchange, and a raw
 // nng peer that speaks the frame format directly (to misbehave on purpose).
 
-#include "agent/core/container/ServiceContainer.h"
+#include "support/ContainerSupport.h"
+
 #include "agent/nanomsgtransport/Envelope.h"
 #include "agent/nanomsgtransport/NanomsgTransport.h"
 
-#include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
 #include <nng/nng.h>
@@ -24,33 +24,17 @@
 
 namespace agent::testing {
 
-using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
-
-// Generous: a deadline only exists so that a fault fails the test instead of hanging it.
-inline Clock::time_point deadline(std::chrono::milliseconds in = std::chrono::seconds(20)) {
-    return Clock::now() + in;
-}
-
-inline boost::uuids::uuid randomId() {
-    thread_local boost::uuids::random_generator generator;
-    return generator();
-}
+using testsupport::Clock;
+using testsupport::deadline;
+using testsupport::makeContainer;
+using testsupport::outcome;
+using testsupport::randomId;
 
 // A unique inproc:// URL per call.
 inline std::string inprocUrl() {
     static std::atomic<int> counter{0};
     return "inproc://agent-test-" + std::to_string(counter.fetch_add(1));
-}
-
-// A connected container with a bounded pool (bursts must not start hundreds of threads).
-inline std::shared_ptr<core::container::ServiceContainer> makeContainer(
-    const std::string& endpoint, std::chrono::milliseconds requestTimeout = 5000ms) {
-    auto container = std::make_shared<core::container::ServiceContainer>();
-    container->setNewMaximumPoolSize(8);
-    container->createTransport(nanomsgtransport::getTransport(*container, requestTimeout, 5000ms));
-    container->connectTransport(endpoint);
-    return container;
 }
 
 inline core::transport::Message text(const std::string& s) {
@@ -67,19 +51,6 @@ bool eventually(Condition condition, Clock::time_point until = deadline()) {
         std::this_thread::sleep_for(2ms);
     }
     return true;
-}
-
-// The outcome of a future, waited for with a deadline: the reply text, or "error: <what>",
-// or "no answer".
-inline std::string outcome(core::transport::ReplyFuture& future, Clock::time_point until = deadline()) {
-    if (future.wait_until(until) != std::future_status::ready) {
-        return "no answer";
-    }
-    try {
-        return std::string(future.get().asStringView());
-    } catch (const std::exception& e) {
-        return std::string("error: ") + e.what();
-    }
 }
 
 // A raw REQ socket speaking the exchange's frame format by hand.

@@ -1,27 +1,24 @@
 #include "agent/spf/legacyservicepublisher/DeclarativeServicesServiceBuilder.h"
 
-#include "spf/inprocessdiscovery/ExchangeTestSupport.h"
+#include "support/ContainerSupport.h"
+#include "support/ServiceExchangeFixture.h"
 
-#include "agent/directory/DirectoryServiceClient.h"
-#include "agent/nanomsgtransport/Exchange.h"
 #include "agent/spf/serialisation/SerialisationCatalogue.h"
 #include "agent/spf/serialisation/avro/Avro.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace agent::spf::legacyservicepublisher {
 namespace {
 
 using agent::spf::serialisation::avroDecode;
 using agent::spf::serialisation::avroEncode;
-using namespace agent::spf::testing;
+using namespace testsupport;
 
 // One multipart part: an 8-byte big-endian size, then the value's Avro bytes.
 template <class T>
@@ -47,33 +44,9 @@ std::shared_ptr<serialisation::SerialisationCatalogue> avroCatalogue() {
 }
 
 // An exchange with its directory, a container the services run on, and a client container.
-class DeclarativeServicesServiceBuilderTest : public ::testing::Test {
+class DeclarativeServicesServiceBuilderTest : public testsupport::ServiceExchangeFixture {
 protected:
-    void SetUp() override {
-        endpoint_ = exchange_.listen("inproc://publisher-ds-builder-" + std::to_string(++counter_));
-        serviceContainer_ = makeContainer(endpoint_);
-        clientContainer_ = makeContainer(endpoint_);
-        directory_ = std::make_unique<directory::DirectoryServiceClient>(
-            clientContainer_->createContext(randomId()), std::chrono::milliseconds(5000));
-    }
-    void TearDown() override {
-        for (auto& service : started_) {
-            service->stop();
-        }
-        started_.clear();
-        directory_.reset();
-        clientContainer_.reset();
-        serviceContainer_.reset();
-        exchange_.close();
-    }
-
-    static inline std::atomic<int> counter_{0};
-    nanomsgtransport::Exchange exchange_;
-    std::string endpoint_;
-    std::shared_ptr<agent::core::container::ServiceContainer> serviceContainer_;
-    std::shared_ptr<agent::core::container::ServiceContainer> clientContainer_;
-    std::unique_ptr<directory::DirectoryServiceClient> directory_;
-    std::vector<std::shared_ptr<agent::core::service::ServiceBase>> started_;
+    DeclarativeServicesServiceBuilderTest() : ServiceExchangeFixture("publisher-ds-builder-") {}
 };
 
 TEST_F(DeclarativeServicesServiceBuilderTest, ItsServicesRunTheInterfacesOwnMethodsOnAnExchange) {

@@ -5,7 +5,7 @@
 #include "agent/spf/servicepublisher/InvokablePublisher.h"
 #include "agent/spf/threadpoolprovider/ThreadPoolProvider.h"
 
-#include "spf/inprocessdiscovery/ExchangeTestSupport.h"
+#include "support/ContainerSupport.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/ServiceReference.h"
@@ -18,7 +18,7 @@
 namespace agent::spf {
 namespace {
 
-using namespace agent::spf::testing;
+using namespace testsupport;
 using Publisher = servicepublisher::InvokablePublisher<core::Invokable>;
 
 // The exact names other bundles look these services up by.

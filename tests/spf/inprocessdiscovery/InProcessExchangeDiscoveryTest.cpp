@@ -1,6 +1,6 @@
 #include "agent/spf/inprocessdiscovery/InProcessExchangeDiscovery.h"
 
-#include "spf/inprocessdiscovery/ExchangeTestSupport.h"
+#include "support/ContainerSupport.h"
 
 #include "agent/core/service/NativeLegacyServiceBase.h"
 #include "agent/directoryinterfaces/ServiceInstanceInfo.h"
@@ -20,7 +20,8 @@ namespace {
 
 using core::transport::Message;
 using directory::DirectoryServiceClient;
-using namespace agent::spf::testing;
+using namespace std::chrono_literals;
+using namespace testsupport;
 
 directoryinterfaces::ServiceInstanceInfo entry(const std::string& name) {
     directoryinterfaces::ServiceInstanceInfo info;

@@ -1,11 +1,10 @@
 #include "agent/spf/legacyservicewrapper/LegacyServiceBuilder.h"
 
-#include "spf/inprocessdiscovery/ExchangeTestSupport.h"
-
-#include "agent/directory/DirectoryServiceClient.h"
-#include "agent/nanomsgtransport/Exchange.h"
-#include "agent/spf/serialisation/avro/Avro.h"
 #include "support/Barrier.h"
+#include "support/ContainerSupport.h"
+#include "support/ServiceExchangeFixture.h"
+
+#include "agent/spf/serialisation/avro/Avro.h"
 
 #include <gtest/gtest.h>
 
@@ -26,7 +25,7 @@ using agent::core::transport::Message;
 using serialisation::avroDecode;
 using serialisation::avroEncode;
 using serialisation::ByteBuffer;
-using namespace agent::spf::testing;
+using namespace testsupport;
 
 const std::string kDefaultWireFormat = "application/octet-stream+spf/avro+spf/multipart";
 
@@ -104,25 +103,9 @@ std::shared_ptr<serialisation::SerialisationCatalogue> avroCatalogue() {
 
 // An exchange (with its directory), a container the services run on and a plain client
 // container that sends raw transport requests.
-class LegacyServiceBuilderTest : public ::testing::Test {
+class LegacyServiceBuilderTest : public testsupport::ServiceExchangeFixture {
 protected:
-    void SetUp() override {
-        endpoint_ = exchange_.listen("inproc://spf-legacyservicewrapper-" + std::to_string(++counter_));
-        serviceContainer_ = makeContainer(endpoint_);
-        clientContainer_ = makeContainer(endpoint_);
-        directory_ = std::make_unique<directory::DirectoryServiceClient>(
-            clientContainer_->createContext(randomId()), std::chrono::milliseconds(5000));
-    }
-    void TearDown() override {
-        for (auto& service : started_) {
-            service->stop();
-        }
-        started_.clear();
-        directory_.reset();
-        clientContainer_.reset();
-        serviceContainer_.reset();
-        exchange_.close();
-    }
+    LegacyServiceBuilderTest() : ServiceExchangeFixture("spf-legacyservicewrapper-") {}
 
     // Starts a new service of `builder`; returns its stub as the directory lists it.
     ServiceStub start(agent::core::service::ServiceBuilderBase& builder) {
@@ -143,14 +126,6 @@ protected:
     std::string call(const ServiceStub& stub, const std::string& method, const std::string& request) {
         return outcome(send(stub, method, request));
     }
-
-    static inline std::atomic<int> counter_{0};
-    nanomsgtransport::Exchange exchange_;
-    std::string endpoint_;
-    std::shared_ptr<agent::core::container::ServiceContainer> serviceContainer_;
-    std::shared_ptr<agent::core::container::ServiceContainer> clientContainer_;
-    std::unique_ptr<directory::DirectoryServiceClient> directory_;
-    std::vector<std::shared_ptr<agent::core::service::ServiceBase>> started_;
 };
 
 TEST_F(LegacyServiceBuilderTest, AStartedServiceIsListedWithItsVersionMetadataAndMethods) {
