@@ -71,6 +71,30 @@ public:
         publisher.workCondition.notify_one();
     }
 
+    static std::set<std::string> endpointsToForceTeardown(ServicePublisher& publisher) {
+        std::lock_guard<std::mutex> lock(publisher.workMutex);
+        return publisher.endpointsToForceTeardown;
+    }
+
+    // The directory operations, called as a connection of the publisher calls them.
+    static boost::uuids::uuid registerForCallbacks(ServicePublisher& publisher, const std::string& endpoint,
+                                                   agent::directory::DirectoryServiceClient& client) {
+        return publisher.registerForCallbacks(endpoint, client);
+    }
+
+    static void serviceStopped(ServicePublisher& publisher, const std::string& endpoint, const std::string& name,
+                               const boost::uuids::uuid& instance) {
+        publisher.serviceStoppedNotification(endpoint, {name, instance});
+    }
+
+    static void removeExpiredDuplicateServicesIfRequired(ServicePublisher& publisher,
+                                                         agent::directory::DirectoryServiceClient& client,
+                                                         const std::string& serviceName,
+                                                         const boost::property_tree::ptree& metadata,
+                                                         unsigned int majorVersion) {
+        publisher.removeExpiredDuplicateServicesIfRequired(client, serviceName, metadata, majorVersion);
+    }
+
     static const boost::uuids::uuid& connectionTaskGroup(const ServicePublisher& publisher) {
         return publisher.connectionTaskGroup;
     }

@@ -365,16 +365,21 @@ private:
 
     // Directory notifications (the notifications run on the connection's pool and take
     // notificationMutex, then workMutex, never both and never connectionsMutex).
-    // Not yet subscribing: returns the nil uuid.
+    // Subscribes to every change in the endpoint's directory, the running services first.
+    // Returns the subscription, or the nil uuid after logging why there is none. Blocks on
+    // the directory; never throws.
     boost::uuids::uuid registerForCallbacks(const std::string& endpoint,
                                             agent::directory::DirectoryServiceClient& client);
-    // Not yet publishing factories: does nothing.
+    // Logs it and, when the instance has no invokable factory yet, wakes the work thread.
     void serviceStartedNotification(const std::string& endpoint,
                                     const agent::directoryinterfaces::ServiceStartedNotification& notification);
-    // Not yet publishing factories: does nothing.
+    // Logs it and withdraws the instance's invokable factory; the stop of the endpoint's own
+    // "directory" queues the endpoint for forced teardown and wakes the work thread.
     void serviceStoppedNotification(const std::string& endpoint,
                                     const agent::directoryinterfaces::ServiceStoppedNotification& notification);
-    // Work thread. Not yet removing duplicates: does nothing.
+    // When `metadata` names a replace-matching key and value, deregisters every instance of
+    // `serviceName` in the directory that carries them and has major version `majorVersion`
+    // ("spf::servicemajor"). Work thread; blocks on the directory; logs failures, never throws.
     void removeExpiredDuplicateServicesIfRequired(agent::directory::DirectoryServiceClient& client,
                                                   const std::string& serviceName,
                                                   const boost::property_tree::ptree& metadata,
