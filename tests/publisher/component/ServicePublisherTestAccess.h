@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -93,6 +94,69 @@ public:
                                                          const boost::property_tree::ptree& metadata,
                                                          unsigned int majorVersion) {
         publisher.removeExpiredDuplicateServicesIfRequired(client, serviceName, metadata, majorVersion);
+    }
+
+    // Connections, made and torn down as the work thread does (under connectionsMutex where
+    // it holds it).
+    using AgentConnection = ServicePublisher::AgentConnection;
+    using ForceCleanup = ServicePublisher::ForceCleanup;
+
+    static std::optional<AgentConnection> createNewAgentConnection(ServicePublisher& publisher,
+                                                                   const std::string& endpoint) {
+        return publisher.createNewAgentConnection(endpoint);
+    }
+
+    static void createNewAgentConnectionAsync(ServicePublisher& publisher, const std::string& endpoint) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        publisher.createNewAgentConnectionAsync(endpoint);
+    }
+
+    // Asks the pending creation for `endpoint` to stop, as Deactivate does.
+    static void stopPendingConnection(ServicePublisher& publisher, const std::string& endpoint) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        const auto pending = publisher.pendingAgentConnections.find(endpoint);
+        if (pending != publisher.pendingAgentConnections.end() && pending->second) {
+            pending->second->requestStop();
+        }
+    }
+
+    static std::set<std::string> pendingConnections(ServicePublisher& publisher) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        std::set<std::string> endpoints;
+        for (const auto& pending : publisher.pendingAgentConnections) {
+            endpoints.insert(pending.first);
+        }
+        return endpoints;
+    }
+
+    static std::set<std::string> connectedEndpoints(ServicePublisher& publisher) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        std::set<std::string> endpoints;
+        for (const auto& connection : publisher.agentConnections) {
+            endpoints.insert(connection.first);
+        }
+        return endpoints;
+    }
+
+    static void addConnection(ServicePublisher& publisher, const std::string& endpoint, AgentConnection connection) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        publisher.agentConnections.emplace(endpoint, std::move(connection));
+    }
+
+    static void cleanUpAgentConnection(ServicePublisher& publisher, const std::string& endpoint,
+                                       AgentConnection& connection, ForceCleanup force) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        publisher.cleanUpAgentConnection(endpoint, connection, force);
+    }
+
+    static void cleanUpAgentConnection(ServicePublisher& publisher, const std::string& endpoint, ForceCleanup force) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        publisher.cleanUpAgentConnection(endpoint, force);
+    }
+
+    static void cleanUpAllAgentConnections(ServicePublisher& publisher) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        publisher.cleanUpAllAgentConnections();
     }
 
     static const boost::uuids::uuid& connectionTaskGroup(const ServicePublisher& publisher) {

@@ -338,9 +338,14 @@ private:
     bool ensureAllPublisherConfigurationsAreHonoured(ChangeType change);
 
     // Agent connections. Call with connectionsMutex held unless said otherwise.
-    // Not yet connecting: returns an empty result. Takes no lock itself.
+    // Connects a container of its own to `endpoint`, with a directory client subscribed to its
+    // directory. Blocks until connected or refused; an empty result (logged) on any failure.
+    // Takes no lock itself; never throws.
     std::optional<AgentConnection> createNewAgentConnection(const std::string& endpoint);
-    // Not yet connecting: posts nothing.
+    // Posts up to three attempts at the connection to the thread-pool provider's executor,
+    // tagged with connectionTaskGroup, and records it as pending (an earlier pending one keeps
+    // its entry). The task files the connection, or the endpoint as failed, under
+    // connectionsMutex; a stop request ends it without either. Non-blocking.
     void createNewAgentConnectionAsync(const std::string& endpoint);
     // Not yet discovering: opens and closes no connection.
     void ensureAllConfiguredAgentConnectionsAreHonoured(const std::set<std::string>& justShutDown);
@@ -348,11 +353,14 @@ private:
     std::pair<std::string, bool> checkStatusOfKORVEXConnector(std::unique_ptr<agent::control::AgentInfo>& known,
                                                               ConnectorMode mode, std::set<std::string>& keep,
                                                               const std::set<std::string>& justShutDown);
-    // Not yet tearing down: leaves the connection as it is.
+    // Ends the directory subscription (waiting for its notifications), withdraws the
+    // endpoint's invokable factories, stops its services and disconnects in order; with
+    // ForceCleanup::Yes the transport is cut first, so that a dead exchange holds nothing up.
+    // The caller erases the record. Takes notificationMutex.
     void cleanUpAgentConnection(const std::string& endpoint, AgentConnection& connection, ForceCleanup force);
-    // Not yet tearing down: leaves agentConnections as it is.
+    // The above for the connection to `endpoint`, erased afterwards; nothing without one.
     void cleanUpAgentConnection(const std::string& endpoint, ForceCleanup force);
-    // Not yet tearing down: leaves agentConnections as it is.
+    // Every connection, in order of endpoint, in order; agentConnections is left empty.
     void cleanUpAllAgentConnections();
 
     // In-process exchange.
