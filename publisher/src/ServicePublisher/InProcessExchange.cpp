@@ -2,32 +2,118 @@
 
 #include "agent/spf/legacyservicepublisher/ServicePublisher.h"
 
+#include "CurrentExceptionMessage.h"
+
+#include "agent/spf/legacyservicepublisher/Logger.h"
+
+#include "foundation/log/Severity.h"
+
 namespace agent::spf::legacyservicepublisher {
 
-// Tracks nothing yet: every in-process discovery service is left untracked.
+namespace severity = foundation::log::severity;
+
+namespace {
+
+const std::string kInProcessEndpoint = "inprocess";
+// The publisher marks the discovery services it offers itself, so that it never connects to
+// its own output.
+const std::string kSelfPublished = "spf::legacyservicepublisher::selfPublished";
+constexpr unsigned int kDirectoryConcurrency = 3;
+
+}  // namespace
+
 std::shared_ptr<ServicePublisher::InProcessDiscovery> ServicePublisher::AddingService(
-    const cppmicroservices::ServiceReference<InProcessDiscovery>&) {
-    return nullptr;
+    const cppmicroservices::ServiceReference<InProcessDiscovery>& reference) {
+    // Present at all, whatever its value.
+    if (!reference.GetProperty(kSelfPublished).Empty()) {
+        return nullptr;
+    }
+    auto service = bundleContext.GetService(reference);
+    if (!service) {
+        return nullptr;
+    }
+    {
+        std::lock_guard<std::mutex> lock(inProcessMutex);
+        if (inProcessDiscovery) {
+            return service;  // tracked, but the first one stays in use
+        }
+        inProcessDiscovery = service;
+    }
+    wakeWorkThread();
+    return service;
 }
 
 void ServicePublisher::ModifiedService(const cppmicroservices::ServiceReference<InProcessDiscovery>&,
                                        const std::shared_ptr<InProcessDiscovery>&) {}
 
-// Nothing is tracked yet, so nothing is removed.
 void ServicePublisher::RemovedService(const cppmicroservices::ServiceReference<InProcessDiscovery>&,
-                                      const std::shared_ptr<InProcessDiscovery>&) {}
+                                      const std::shared_ptr<InProcessDiscovery>& service) {
+    {
+        std::lock_guard<std::mutex> lock(inProcessMutex);
+        if (service != inProcessDiscovery) {
+            return;
+        }
+        // The connection keeps its own reference until the work thread tears it down.
+        inProcessDiscovery.reset();
+    }
+    wakeWorkThread();
+}
 
-// Nothing is tracked yet.
 bool ServicePublisher::hasInProcess() const {
-    return false;
+    std::lock_guard<std::mutex> lock(inProcessMutex);
+    return static_cast<bool>(inProcessDiscovery);
 }
 
-// Nothing is tracked yet, so there is no client to make.
-ServicePublisher::FrameworkDiscoveryResult ServicePublisher::getInProcessFrameworkDiscoveryService(unsigned int) const {
-    return {};
+ServicePublisher::FrameworkDiscoveryResult ServicePublisher::getInProcessFrameworkDiscoveryService(
+    unsigned int concurrency) const {
+    std::shared_ptr<InProcessDiscovery> discovery;
+    {
+        std::lock_guard<std::mutex> lock(inProcessMutex);
+        discovery = inProcessDiscovery;
+    }
+    if (!discovery) {
+        return {};
+    }
+    try {
+        auto client = discovery->getFrameworkDiscoveryService(concurrency);
+        if (!client) {
+            return {};
+        }
+        return {std::move(client), std::move(discovery)};
+    } catch (...) {
+        logCurrentException(severity::info, "Obtaining a FrameworkDiscoveryService threw an exception");
+        return {};
+    }
 }
 
-// Adds no connection yet.
-void ServicePublisher::addInProcessExchangeEndpoint() {}
+// Call with connectionsMutex held.
+void ServicePublisher::addInProcessExchangeEndpoint() {
+    FOUNDATION_LOG(getLogger(), severity::info) << "Found inprocess discovery service";
+    try {
+        auto [client, discovery] = getInProcessFrameworkDiscoveryService(kDirectoryConcurrency);
+        if (!client) {
+            return;
+        }
+        const auto subscription = registerForCallbacks(kInProcessEndpoint, *client);
+        if (subscription.is_nil()) {
+            return;
+        }
+        // Every service gets the context of a fresh client; the context outlives its client
+        // as long as the discovery service lives, which the cleanup closure sees to.
+        std::function<agent::core::serviceutils::Context(unsigned int)> contextFactory =
+            [this](unsigned int concurrency) {
+                auto fresh = getInProcessFrameworkDiscoveryService(concurrency);
+                if (!fresh.first) {
+                    return agent::core::serviceutils::Context();
+                }
+                return fresh.first->getAssociatedContext();
+            };
+        std::function<void(ForceCleanup)> keepAlive = [discovery = std::move(discovery)](ForceCleanup) {};
+        agentConnections.emplace(kInProcessEndpoint, AgentConnection(std::move(contextFactory), std::move(keepAlive),
+                                                                     std::move(client), subscription));
+    } catch (...) {
+        logCurrentException(severity::error, "Failed to create AgentConnection for inprocess exchange");
+    }
+}
 
 }  // namespace agent::spf::legacyservicepublisher

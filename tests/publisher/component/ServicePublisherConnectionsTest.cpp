@@ -53,6 +53,13 @@ protected:
         }));
     }
 
+    // Deactivate waits for the component's connection tasks; a publisher never activated
+    // must be waited for here, before it goes.
+    void waitForConnectionTasks(ServicePublisher& target,
+                                agent::spf::threadpoolprovider::ThreadPoolProvider& provider) const {
+        provider.getExecutor()->waitForTaskGroups({Access::connectionTaskGroup(target)});
+    }
+
     bool eventuallyLogged(const std::string& prefix) const {
         return testsupport::WaitFor([&] { return linesStartingWith(prefix) > 0; });
     }
@@ -133,7 +140,8 @@ TEST_F(ConnectionsTest, AForcedTeardownCutsFirstAndStillEndsInOrderAnOrderlyOneO
 
 TEST_F(ConnectionsTest, AnEndpointThatNeverAcceptsIsTriedThreeTimesThenRecordedAsFailed) {
     Access::createNewAgentConnectionAsync(*publisher, kNobodyListens);
-    ASSERT_TRUE(testsupport::WaitFor([this] { return Access::failedAgentConnections(*publisher).count(kNobodyListens); }));
+    waitForConnectionTasks(*publisher, *threadpoolProvider);
+    EXPECT_EQ((std::set<std::string>{kNobodyListens}), Access::failedAgentConnections(*publisher));
     EXPECT_THAT(Access::pendingConnections(*publisher), IsEmpty());
     EXPECT_THAT(Access::connectedEndpoints(*publisher), IsEmpty());
     EXPECT_EQ(3u, linesStartingWith("0x4 Creating new Agent Connection for exchange endpoint: " + kNobodyListens));
@@ -144,9 +152,9 @@ TEST_F(ConnectionsTest, AnEndpointThatNeverAcceptsIsTriedThreeTimesThenRecordedA
 TEST_F(ConnectionsTest, TwoCreationsForOneEndpointKeepTheFirstConnectionAndEndTheSecondInOrder) {
     Access::createNewAgentConnectionAsync(*publisher, url);
     Access::createNewAgentConnectionAsync(*publisher, url);
-    ASSERT_TRUE(testsupport::WaitFor([this] {
-        return Access::pendingConnections(*publisher).empty() && linesStartingWith("0x4 Cleaning up") == 1;
-    }));
+    waitForConnectionTasks(*publisher, *threadpoolProvider);
+    EXPECT_THAT(Access::pendingConnections(*publisher), IsEmpty());
+    EXPECT_EQ(1u, linesStartingWith("0x4 Cleaning up"));
     EXPECT_EQ((std::set<std::string>{url}), Access::connectedEndpoints(*publisher));
     EXPECT_EQ(2u, linesStartingWith("0x4 Creating new Agent Connection for exchange endpoint: " + url));
     EXPECT_TRUE(testsupport::WaitFor([this] { return containersOnTheExchange() == 1; }));
@@ -175,7 +183,8 @@ TEST_F(ConnectionsTest, AStopRequestedBeforeTheFirstAttemptEndsTheTaskWithNoAtte
     Access::createNewAgentConnectionAsync(*held, kNobodyListens);
     Access::stopPendingConnection(*held, kNobodyListens);
     gate.ArriveAndWait();
-    ASSERT_TRUE(testsupport::WaitFor([&held] { return Access::pendingConnections(*held).empty(); }));
+    waitForConnectionTasks(*held, *provider);
+    EXPECT_THAT(Access::pendingConnections(*held), IsEmpty());
     EXPECT_THAT(Access::failedAgentConnections(*held), IsEmpty());
     EXPECT_EQ(0u, linesStartingWith("0x4 Creating new Agent Connection"));
     provider->executor->shutDown();

@@ -159,6 +159,34 @@ public:
         publisher.cleanUpAllAgentConnections();
     }
 
+    // The in-process exchange.
+    static bool hasInProcess(const ServicePublisher& publisher) { return publisher.hasInProcess(); }
+
+    static std::shared_ptr<ServicePublisher::InProcessDiscovery> inProcessDiscoveryInUse(ServicePublisher& publisher) {
+        std::lock_guard<std::mutex> lock(publisher.inProcessMutex);
+        return publisher.inProcessDiscovery;
+    }
+
+    static void addInProcessExchangeEndpoint(ServicePublisher& publisher) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        publisher.addInProcessExchangeEndpoint();
+    }
+
+    // The subscription of the connection to `endpoint`; nil without one.
+    static boost::uuids::uuid subscriptionOf(ServicePublisher& publisher, const std::string& endpoint) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        const auto connection = publisher.agentConnections.find(endpoint);
+        return connection == publisher.agentConnections.end() ? boost::uuids::uuid{}
+                                                              : connection->second.callbackRegistrationId;
+    }
+
+    // A context from the connection to `endpoint` (which must exist), as a service gets one.
+    static agent::core::serviceutils::Context contextOn(ServicePublisher& publisher, const std::string& endpoint,
+                                                        unsigned int concurrency) {
+        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
+        return publisher.agentConnections.at(endpoint).contextFactory(concurrency);
+    }
+
     static const boost::uuids::uuid& connectionTaskGroup(const ServicePublisher& publisher) {
         return publisher.connectionTaskGroup;
     }

@@ -298,7 +298,9 @@ public:
     // Configuration Admin's thread; takes connectionsMutex, then workMutex. Throws only std::bad_alloc.
     void Removed(const std::string& pid) override;
 
-    // The in-process discovery tracker's callbacks (framework threads).
+    // The in-process discovery tracker's callbacks (framework threads). The first discovery
+    // service added (and not marked "spf::legacyservicepublisher::selfPublished") is the one in
+    // use until it is removed; adding it and removing it wake the work thread.
     std::shared_ptr<InProcessDiscovery> AddingService(
         const cppmicroservices::ServiceReference<InProcessDiscovery>& reference) override;
     void ModifiedService(const cppmicroservices::ServiceReference<InProcessDiscovery>& reference,
@@ -364,11 +366,14 @@ private:
     void cleanUpAllAgentConnections();
 
     // In-process exchange.
-    // Takes inProcessMutex only; not yet tracking, so always false.
+    // Whether an in-process discovery service is in use. Takes inProcessMutex only.
     bool hasInProcess() const;
-    // Takes inProcessMutex only; not yet tracking, so always the empty result.
+    // A directory client of the in-process exchange with that concurrency, and the discovery
+    // service it came from (which must outlive it); both null without a service or when the
+    // service refuses (logged). Takes inProcessMutex only, never while calling the service.
     FrameworkDiscoveryResult getInProcessFrameworkDiscoveryService(unsigned int concurrency) const;
-    // Call with connectionsMutex held. Not yet connecting: adds no connection.
+    // Adds the "inprocess" connection, unless there is one already; logs a failure. Call with
+    // connectionsMutex held.
     void addInProcessExchangeEndpoint();
 
     // Directory notifications (the notifications run on the connection's pool and take

@@ -21,7 +21,7 @@ public:
     // The caller owns the client and must destroy it before releasing this service.
     // Blocks only to build the client. Any thread. Throws std::runtime_error when no
     // client can be made (each implementation says when).
-    virtual std::unique_ptr<directory::DirectoryServiceClient> getFrameworkDiscoveryService(
+    virtual std::unique_ptr<agent::directory::DirectoryServiceClient> getFrameworkDiscoveryService(
         unsigned int concurrency) const = 0;
 
     virtual ~InProcessDiscovery();

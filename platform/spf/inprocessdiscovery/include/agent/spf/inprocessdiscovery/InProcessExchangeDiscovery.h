@@ -30,7 +30,7 @@ public:
     ~InProcessExchangeDiscovery() override;
 
     // Never throws for lack of an exchange while this object lives (std::bad_alloc aside).
-    std::unique_ptr<directory::DirectoryServiceClient> getFrameworkDiscoveryService(
+    std::unique_ptr<agent::directory::DirectoryServiceClient> getFrameworkDiscoveryService(
         unsigned int concurrency) const override;
 
     // The URL other containers of this process dial to join the exchange.
@@ -40,9 +40,9 @@ private:
     const std::chrono::milliseconds timeout_;
     // Declared before the container: destroyed after it, so the container takes leave of
     // a running exchange.
-    nanomsgtransport::Exchange exchange_;
+    agent::nanomsgtransport::Exchange exchange_;
     const std::string endpoint_;
-    const std::shared_ptr<core::container::ServiceContainer> container_;
+    const std::shared_ptr<agent::core::container::ServiceContainer> container_;
 };
 
 }  // namespace agent::spf::inprocessdiscovery
