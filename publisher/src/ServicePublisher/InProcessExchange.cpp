@@ -87,16 +87,16 @@ ServicePublisher::FrameworkDiscoveryResult ServicePublisher::getInProcessFramewo
 }
 
 // Call with connectionsMutex held.
-void ServicePublisher::addInProcessExchangeEndpoint() {
+ServicePublisher::AgentConnections::iterator ServicePublisher::addInProcessExchangeEndpoint() {
     FOUNDATION_LOG(getLogger(), severity::info) << "Found inprocess discovery service";
     try {
         auto [client, discovery] = getInProcessFrameworkDiscoveryService(kDirectoryConcurrency);
         if (!client) {
-            return;
+            return agentConnections.end();
         }
         const auto subscription = registerForCallbacks(kInProcessEndpoint, *client);
         if (subscription.is_nil()) {
-            return;
+            return agentConnections.end();
         }
         // Every service gets the context of a fresh client; the context outlives its client
         // as long as the discovery service lives, which the cleanup closure sees to.
@@ -109,10 +109,14 @@ void ServicePublisher::addInProcessExchangeEndpoint() {
                 return fresh.first->getAssociatedContext();
             };
         std::function<void(ForceCleanup)> keepAlive = [discovery = std::move(discovery)](ForceCleanup) {};
-        agentConnections.emplace(kInProcessEndpoint, AgentConnection(std::move(contextFactory), std::move(keepAlive),
-                                                                     std::move(client), subscription));
+        // An existing connection stays; the new record goes again, its cleanup doing nothing.
+        return agentConnections
+            .emplace(kInProcessEndpoint,
+                     AgentConnection(std::move(contextFactory), std::move(keepAlive), std::move(client), subscription))
+            .first;
     } catch (...) {
         logCurrentException(severity::error, "Failed to create AgentConnection for inprocess exchange");
+        return agentConnections.end();
     }
 }
 

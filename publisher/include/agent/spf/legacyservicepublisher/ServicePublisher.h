@@ -182,9 +182,19 @@ public:
     };
 
     // One running legacy service instance, identified by (exchangeEndpoint, configurationKey,
-    // uniqueID). Declared with its fields only for now: the record that starts its service on
-    // construction and stops it on destruction comes with the service-entry work.
+    // uniqueID): constructing it starts the service, destroying it stops the service. Made and
+    // destroyed under connectionsMutex only.
     struct ServiceEntry {
+        // Starts `service` with the requested properties and the context. Throws
+        // std::runtime_error "Failed to create ServiceBase" for a null service, "Failed to create
+        // a valid Context" for an invalid context, "Failed to start service <name>" when start
+        // says no, and what start throws; the service is not stopped then.
+        ServiceEntry(std::string exchangeEndpoint, std::string configurationKey, std::string uniqueID,
+                     boost::uuids::uuid interfaceId, agent::core::serviceutils::Context context,
+                     boost::property_tree::ptree requestedProperties,
+                     std::shared_ptr<agent::core::service::ServiceBase> service);
+        // Stops the service before the context goes; a failure to stop ends the process.
+        ~ServiceEntry();
         ServiceEntry(const ServiceEntry&) = delete;
         ServiceEntry& operator=(const ServiceEntry&) = delete;
 
@@ -262,6 +272,8 @@ public:
                 boost::multi_index::member<InvokableFactoryEntry, boost::uuids::uuid,
                                            &InvokableFactoryEntry::serviceUuid>>>>>;
 
+    using AgentConnections = std::map<std::string, AgentConnection>;
+
     // The directory client of the in-process exchange and the discovery service it came from,
     // which must outlive the client; both null when there is none.
     using FrameworkDiscoveryResult = std::pair<std::unique_ptr<agent::directory::DirectoryServiceClient>,
@@ -335,9 +347,17 @@ private:
     PublisherConfiguration toPublisherConfiguration(const cppmicroservices::AnyMap& properties);
     // The PID whole when shorter than 31 characters, else without its first 30.
     static std::string configurationKey(const std::string& pid);
-    // Call with connectionsMutex held. Not yet reconciling: starts and stops nothing and
-    // reports success until the reconciliation work lands.
+    // Starts every configured service missing on the connections its configuration selects
+    // (unless `change` is InterfaceWithdrawn) with the highest interface of its name and major
+    // version that has the requested properties, and stops every running one no configuration
+    // asks for any more or whose interface is gone (unless `change` is InterfaceAdded). False
+    // when starting an instance failed (logged; the next call tries again). Call with
+    // connectionsMutex held; takes inProcessMutex and notificationMutex briefly.
     bool ensureAllPublisherConfigurationsAreHonoured(ChangeType change);
+    // The connections an entry of a configuration's endpoints selects: the connection of that
+    // name, else what its keyword stands for ("inprocess" makes that connection when needed).
+    // Call with connectionsMutex held.
+    std::vector<AgentConnections::iterator> connectionsSelectedBy(const std::string& endpoint);
 
     // Agent connections. Call with connectionsMutex held unless said otherwise.
     // Connects a container of its own to `endpoint`, with a directory client subscribed to its
@@ -372,9 +392,9 @@ private:
     // service it came from (which must outlive it); both null without a service or when the
     // service refuses (logged). Takes inProcessMutex only, never while calling the service.
     FrameworkDiscoveryResult getInProcessFrameworkDiscoveryService(unsigned int concurrency) const;
-    // Adds the "inprocess" connection, unless there is one already; logs a failure. Call with
-    // connectionsMutex held.
-    void addInProcessExchangeEndpoint();
+    // Adds the "inprocess" connection, unless there is one already, and returns it; end() (and
+    // a log line) when it cannot be made. Call with connectionsMutex held.
+    AgentConnections::iterator addInProcessExchangeEndpoint();
 
     // Directory notifications (the notifications run on the connection's pool and take
     // notificationMutex, then workMutex, never both and never connectionsMutex).
@@ -420,7 +440,7 @@ private:
     std::unique_ptr<agent::control::AgentInfo> serviceHostAgent;
     std::string serviceHostExchange;
     cppmicroservices::ServiceRegistrationBase inProcessBridgeRegistration{cppmicroservices::ServiceRegistrationU()};
-    std::map<std::string, AgentConnection> agentConnections;
+    AgentConnections agentConnections;
     std::map<std::string, std::shared_ptr<foundation::concurrent::threadpool::WorkHandle>> pendingAgentConnections;
     std::map<std::string, unsigned int> directoryQueryFailures;
     std::map<std::string, PublisherConfiguration> publisherConfigurations;
