@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <future>
+#include <mutex>
 #include <thread>
 
 namespace agent::directory {
@@ -127,6 +130,52 @@ TEST_F(DirectoryServiceClientTest, ClosingTheExchangeTellsEverySubscriberTheDire
     EXPECT_EQ(first.waitFor(1), std::vector<std::string>{"stopped directory"});
     EXPECT_EQ(second.waitFor(2), (std::vector<std::string>{"started directory", "stopped directory"}));
     exchange_.close();  // idempotent
+}
+
+TEST_F(DirectoryServiceClientTest, OnceDeregisteredASubscriptionCallsBackNoMoreThoughNotificationsKeepComing) {
+    auto& watcher = client();
+    std::atomic<int> calls{0};
+    const auto subscription = watcher.registerForCallbacks(
+        [&](const ServiceNotification&) {
+            ++calls;
+            std::this_thread::yield();  // lets a queue build up behind it
+        },
+        DirectoryServiceClient::OnlyNewChanges, boost::none, boost::none);
+    auto& provider = client();
+    std::thread producing([&] {
+        for (int i = 0; i < 200; ++i) {
+            provider.registerServiceInstance(instance("service" + std::to_string(i)));
+        }
+    });
+    ASSERT_TRUE(eventually([&] { return calls.load() >= 5; }));
+
+    ASSERT_TRUE(watcher.deregisterFromCallbacks(subscription));
+    const int atEnd = calls.load();
+    producing.join();
+    provider.queryDirectoryForServiceUUIDs("*");  // one more round trip after the last change
+    EXPECT_EQ(atEnd, calls.load());
+}
+
+TEST_F(DirectoryServiceClientTest, ACallbackMayEndItsOwnSubscription) {
+    auto& watcher = client();
+    std::atomic<int> calls{0};
+    std::promise<void> ended;
+    boost::uuids::uuid subscription;
+    std::mutex subscriptionMutex;  // guards subscription until it is known
+    std::unique_lock<std::mutex> known(subscriptionMutex);
+    subscription = watcher.registerForCallbacks(
+        [&](const ServiceNotification&) {
+            if (++calls == 1) {
+                std::lock_guard<std::mutex> lock(subscriptionMutex);
+                watcher.deregisterFromCallbacks(subscription);
+                ended.set_value();
+            }
+        },
+        DirectoryServiceClient::Retrospectively, boost::none, boost::none);
+    known.unlock();
+    ASSERT_EQ(std::future_status::ready, ended.get_future().wait_for(20s));
+    client().registerServiceInstance(instance("later"));
+    EXPECT_EQ(1, calls.load());
 }
 
 TEST_F(DirectoryServiceClientTest, AnUnreachableDirectoryIsAClearErrorWithinTheTimeout) {

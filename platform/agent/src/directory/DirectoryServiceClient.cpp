@@ -5,6 +5,7 @@
 
 #include "foundation/concurrent/threadpool/ConcurrencyLimitedExecutor.h"
 
+#include <atomic>
 #include <stdexcept>
 
 namespace agent::directory {
@@ -53,8 +54,7 @@ class DirectoryServiceClient::Subscription {
 public:
     Subscription(DirectoryCallback callback, foundation::concurrent::threadpool::ThreadPool& pool,
                  const Address& address)
-        : address(address), callback_(std::make_shared<const DirectoryCallback>(std::move(callback))),
-          serial_(pool, 1) {}
+        : address(address), delivery_(std::make_shared<Delivery>(std::move(callback))), serial_(pool, 1) {}
 
     const Address address;
 
@@ -68,21 +68,56 @@ public:
         early_.emplace(n.sequence, std::move(n.notification));
         // Posting under the lock keeps the order; postWork never blocks or calls back.
         for (auto it = early_.find(next_); it != early_.end(); it = early_.find(next_)) {
-            serial_.postWork([callback = callback_, notification = std::move(it->second)] { (*callback)(notification); });
+            serial_.postWork([delivery = delivery_, notification = std::move(it->second)] {
+                delivery->deliver(notification);
+            });
             early_.erase(it);
             ++next_;
         }
     }
 
-    // Waits for the callbacks queued so far; not from one of them.
-    void drain() { serial_.wait(); }
+    // No callback starts after this; once it returns, none runs either, unless this runs
+    // inside one (which then finishes after it). A notification still on its way is dropped
+    // when it arrives.
+    void end() {
+        delivery_->ended.store(true);
+        if (Delivery::current != delivery_.get()) {
+            serial_.wait();
+        }
+    }
 
 private:
+    // What the queued deliveries use; shared with them, so that a subscription ended and
+    // released from inside its own callback leaves nothing dangling behind it.
+    struct Delivery {
+        explicit Delivery(DirectoryCallback callback) : callback(std::move(callback)) {}
+
+        void deliver(const ServiceNotification& notification) {
+            if (ended.load()) {
+                return;
+            }
+            const auto* outer = current;
+            current = this;
+            try {
+                callback(notification);
+            } catch (...) {
+                current = outer;
+                throw;
+            }
+            current = outer;
+        }
+
+        const DirectoryCallback callback;
+        std::atomic<bool> ended{false};
+        // The delivery whose callback the current thread runs, if any.
+        static thread_local const Delivery* current;
+    };
+
     // Beyond this many notifications ahead of a missing one, the subscriber is hopelessly
     // behind; dropping bounds the memory a lost notification can cost.
     static constexpr std::size_t kMaxEarly = 65536;
 
-    std::shared_ptr<const DirectoryCallback> callback_;
+    const std::shared_ptr<Delivery> delivery_;
 
     std::mutex orderMutex_;
     std::uint64_t next_ = 1;
@@ -90,6 +125,9 @@ private:
 
     foundation::concurrent::threadpool::ConcurrencyLimitedExecutor serial_;
 };
+
+thread_local const DirectoryServiceClient::Subscription::Delivery*
+    DirectoryServiceClient::Subscription::Delivery::current = nullptr;
 
 DirectoryServiceClient::DirectoryServiceClient(const core::serviceutils::Context& context,
                                                const boost::optional<std::chrono::milliseconds>& timeout)
@@ -112,7 +150,7 @@ DirectoryServiceClient::~DirectoryServiceClient() {
         } catch (const std::exception& e) {
             FOUNDATION_LOG(directoryLogger(), error) << "Ending a directory subscription failed: " << e.what();
         }
-        subscription->drain();
+        subscription->end();
     }
 }
 
@@ -169,6 +207,7 @@ bool DirectoryServiceClient::deregisterFromCallbacks(const boost::uuids::uuid& i
     }
     // Stop listening first: whatever the directory says, nothing more reaches the callback.
     context_.getTransport()->unregisterHandler(subscription->address);
+    subscription->end();
     call(protocol::encode(protocol::Request(protocol::UnsubscribeRequest{id})));
     return true;
 }

@@ -61,8 +61,9 @@ public:
     boost::uuids::uuid registerForCallbacks(const DirectoryCallback& callback, CallbackMode mode,
                                             const boost::optional<std::string>& serviceName,
                                             const boost::optional<std::map<std::string, std::string>>& metadata);
-    // Ends the subscription; false when this client has no such subscription. Callbacks
-    // already under way may still run (it does not wait for them).
+    // Ends the subscription; false when this client has no such subscription. Once it
+    // returns no callback of the subscription runs or will run (a callback under way is
+    // waited for, unless this is called from that callback). Then tells the directory.
     bool deregisterFromCallbacks(const boost::uuids::uuid& subscription);
 
     // Instances whose names match `pattern` ("*" = all, "Key*" = prefix, see NamePattern),
