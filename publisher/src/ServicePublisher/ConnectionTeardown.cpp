@@ -26,9 +26,18 @@ void ServicePublisher::cleanUpAgentConnection(const std::string& endpoint, Agent
     FOUNDATION_LOG(getLogger(), severity::info) << "Cleaning up Agent Connection for exchange endpoint: " << endpoint;
 
     // A dead exchange would make every orderly step below wait in vain: cut the transport
-    // first. (An endpoint of a discovered agent is cut too while an agent of its kind still
-    // runs; that check comes with endpoint discovery, which sets those agents.)
-    if (force == ForceCleanup::Yes && connection.cleanup) {
+    // first. The exchange of a discovered agent is cut too while an agent of its kind runs.
+    bool cutFirst = force == ForceCleanup::Yes;
+    if (!cutFirst) {
+        std::optional<AgentStatus> status;
+        if (isExchangeOf(korvexConnectorAgent, endpoint)) {
+            status = lookUpRunningAgents(korvexConnectorAgent.get(), ConnectorMode::KORVEXDrive);
+        } else if (isExchangeOf(serviceHostAgent, endpoint)) {
+            status = lookUpRunningAgents(serviceHostAgent.get(), ConnectorMode::DesktopServices);
+        }
+        cutFirst = status && status->code <= AgentStatus::KnownGone;
+    }
+    if (cutFirst && connection.cleanup) {
         connection.cleanup(ForceCleanup::Yes);
     }
 

@@ -369,12 +369,33 @@ private:
     // its entry). The task files the connection, or the endpoint as failed, under
     // connectionsMutex; a stop request ends it without either. Non-blocking.
     void createNewAgentConnectionAsync(const std::string& endpoint);
-    // Not yet discovering: opens and closes no connection.
+    // Opens the connections the configurations ask for (literal endpoints as pool tasks, the
+    // agents behind the discovery keywords at once, "inprocess" while its discovery service
+    // is in use) and ends, in order, every other one. Endpoints that failed for good, and
+    // those in `justShutDown` for this one pass, are left out.
     void ensureAllConfiguredAgentConnectionsAreHonoured(const std::set<std::string>& justShutDown);
-    // Not yet discovering: reports no exchange.
+    // Follows the running agent of `mode`: a known agent that has gone is torn down by force,
+    // a newly found one connected (and remembered in `known`); its exchange goes into `keep`.
+    // Returns the exchange in use for the mode ("" for none) and whether this call connected it.
     std::pair<std::string, bool> checkStatusOfKORVEXConnector(std::unique_ptr<agent::control::AgentInfo>& known,
                                                               ConnectorMode mode, std::set<std::string>& keep,
                                                               const std::set<std::string>& justShutDown);
+
+    // What the agent registry of a mode says about the agent in use.
+    struct AgentStatus {
+        enum Code {
+            FirstFound = 0,    // none was known; `agent` is the first running one
+            KnownRunning = 1,  // the known agent still runs; `agent` is its entry
+            KnownGone = 2,     // the known agent has gone; `agent` is the first running one
+            NoneRunning = 3,   // no agent runs (or there is no registry root)
+            Failed = 4         // the registry could not be read (logged)
+        };
+        Code code;
+        std::optional<agent::control::AgentInfo> agent;
+    };
+    // Reads the registry of `mode` (found through the user storage root override service of
+    // that mode, if there is one). Blocks on the file system; never throws.
+    AgentStatus lookUpRunningAgents(const agent::control::AgentInfo* known, ConnectorMode mode) const;
     // Ends the directory subscription (waiting for its notifications), withdraws the
     // endpoint's invokable factories, stops its services and disconnects in order; with
     // ForceCleanup::Yes the transport is cut first, so that a dead exchange holds nothing up.
