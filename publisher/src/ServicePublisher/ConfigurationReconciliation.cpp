@@ -3,6 +3,7 @@
 #include "agent/spf/legacyservicepublisher/ServicePublisher.h"
 
 #include "CurrentExceptionMessage.h"
+#include "ServicePublisher/EndpointKeywords.h"
 
 #include "agent/spf/servicepublisher/HighestVersionedInterfaceWithMatchingPropertiesFinder.h"
 
@@ -16,15 +17,6 @@
 namespace agent::spf::legacyservicepublisher {
 
 namespace severity = foundation::log::severity;
-
-namespace {
-
-const std::string kInProcess = "inprocess";
-const std::string kKorvexConnectorDiscovery = "korvexConnectorDiscovery";
-const std::string kServiceHostDiscovery = "norbridgeServiceHostDiscovery";
-const std::string kAllEndpoints = "connectToAllEndpoints";
-
-}  // namespace
 
 // Call with connectionsMutex held.
 std::vector<ServicePublisher::AgentConnections::iterator> ServicePublisher::connectionsSelectedBy(
@@ -44,7 +36,7 @@ std::vector<ServicePublisher::AgentConnections::iterator> ServicePublisher::conn
         }
         return {connection};
     };
-    if (endpoint == kInProcess) {
+    if (endpoint == keywords::inProcess) {
         if (!hasInProcess()) {
             return {};
         }
@@ -54,13 +46,13 @@ std::vector<ServicePublisher::AgentConnections::iterator> ServicePublisher::conn
         }
         return {connection};
     }
-    if (endpoint == kKorvexConnectorDiscovery) {
+    if (endpoint == keywords::korvexConnectorDiscovery) {
         return connectionOf(korvexConnectorAgent);
     }
-    if (endpoint == kServiceHostDiscovery) {
+    if (endpoint == keywords::serviceHostDiscovery) {
         return connectionOf(serviceHostAgent);
     }
-    if (endpoint == kAllEndpoints) {
+    if (endpoint == keywords::allEndpoints) {
         std::vector<AgentConnections::iterator> all;
         for (auto connection = agentConnections.begin(); connection != agentConnections.end(); ++connection) {
             all.push_back(connection);

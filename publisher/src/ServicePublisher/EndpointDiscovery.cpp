@@ -4,6 +4,7 @@
 #include "agent/spf/legacyservicepublisher/ServicePublisher.h"
 
 #include "CurrentExceptionMessage.h"
+#include "ServicePublisher/EndpointKeywords.h"
 #include "InProcessDiscoveryImpl.h"
 
 #include "agent/control/AgentRegistry.h"
@@ -26,10 +27,6 @@ using agent::control::AgentInfo;
 
 namespace {
 
-const std::string kInProcess = "inprocess";
-const std::string kKorvexConnectorDiscovery = "korvexConnectorDiscovery";
-const std::string kServiceHostDiscovery = "norbridgeServiceHostDiscovery";
-const std::string kAllEndpoints = "connectToAllEndpoints";
 // How often the registry is read again when an entry is caught half-written.
 constexpr unsigned int kRegistryRetries = 3;
 
@@ -144,21 +141,21 @@ void ServicePublisher::ensureAllConfiguredAgentConnectionsAreHonoured(const std:
 
     std::set<std::string> keep;
     for (const auto& endpoint : wanted) {
-        if (endpoint == kInProcess) {
+        if (endpoint == keywords::inProcess) {
             keep.insert(endpoint);
-            const auto connection = agentConnections.find(kInProcess);
+            const auto connection = agentConnections.find(keywords::inProcess);
             const bool available = hasInProcess();
             if (connection != agentConnections.end() && !available) {
                 FOUNDATION_LOG(getLogger(), severity::info)
                     << "Had inprocess discovery, but it has gone away, cleaning up";
-                cleanUpAgentConnection(kInProcess, connection->second, ForceCleanup::No);
+                cleanUpAgentConnection(keywords::inProcess, connection->second, ForceCleanup::No);
                 agentConnections.erase(connection);
             } else if (connection == agentConnections.end() && available) {
                 addInProcessExchangeEndpoint();
             }
-        } else if (endpoint == kKorvexConnectorDiscovery) {
+        } else if (endpoint == keywords::korvexConnectorDiscovery) {
             checkStatusOfKORVEXConnector(korvexConnectorAgent, ConnectorMode::KORVEXDrive, keep, justShutDown);
-        } else if (endpoint == kServiceHostDiscovery) {
+        } else if (endpoint == keywords::serviceHostDiscovery) {
             const auto [exchange, connected] =
                 checkStatusOfKORVEXConnector(serviceHostAgent, ConnectorMode::DesktopServices, keep, justShutDown);
             if (connected || exchange != serviceHostExchange) {
@@ -175,7 +172,7 @@ void ServicePublisher::ensureAllConfiguredAgentConnectionsAreHonoured(const std:
                         registerInProcessDiscoveryImpl(bundleContext, host->second.contextFactory);
                 }
             }
-        } else if (endpoint == kAllEndpoints) {
+        } else if (endpoint == keywords::allEndpoints) {
             // Selects what is connected anyway; it has no connection of its own.
         } else {
             keep.insert(endpoint);

@@ -3,6 +3,7 @@
 #include "agent/spf/legacyservicepublisher/ServicePublisher.h"
 
 #include "CurrentExceptionMessage.h"
+#include "ServicePublisher/EndpointKeywords.h"
 
 #include "agent/spf/legacyservicepublisher/Logger.h"
 
@@ -14,7 +15,6 @@ namespace severity = foundation::log::severity;
 
 namespace {
 
-const std::string kInProcessEndpoint = "inprocess";
 // The publisher marks the discovery services it offers itself, so that it never connects to
 // its own output.
 const std::string kSelfPublished = "spf::legacyservicepublisher::selfPublished";
@@ -94,7 +94,7 @@ ServicePublisher::AgentConnections::iterator ServicePublisher::addInProcessExcha
         if (!client) {
             return agentConnections.end();
         }
-        const auto subscription = registerForCallbacks(kInProcessEndpoint, *client);
+        const auto subscription = registerForCallbacks(keywords::inProcess, *client);
         if (subscription.is_nil()) {
             return agentConnections.end();
         }
@@ -111,7 +111,7 @@ ServicePublisher::AgentConnections::iterator ServicePublisher::addInProcessExcha
         std::function<void(ForceCleanup)> keepAlive = [discovery = std::move(discovery)](ForceCleanup) {};
         // An existing connection stays; the new record goes again, its cleanup doing nothing.
         return agentConnections
-            .emplace(kInProcessEndpoint,
+            .emplace(keywords::inProcess,
                      AgentConnection(std::move(contextFactory), std::move(keepAlive), std::move(client), subscription))
             .first;
     } catch (...) {

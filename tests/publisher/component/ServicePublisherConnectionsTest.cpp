@@ -45,14 +45,6 @@ protected:
 
     std::size_t containersOnTheExchange() const { return exchange.statistics().connectedContainers; }
 
-    // How many captured lines start with `prefix`.
-    std::size_t linesStartingWith(const std::string& prefix) const {
-        const auto lines = logLines();
-        return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&prefix](const std::string& line) {
-            return line.rfind(prefix, 0) == 0;
-        }));
-    }
-
     // Deactivate waits for the component's connection tasks; a publisher never activated
     // must be waited for here, before it goes.
     void waitForConnectionTasks(ServicePublisher& target,

@@ -75,13 +75,6 @@ protected:
         return testsupport::WaitFor([&] { return Access::connectedEndpoints(*publisher) == endpoints; });
     }
 
-    std::size_t linesStartingWith(const std::string& prefix) const {
-        const auto lines = logLines();
-        return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&prefix](const std::string& line) {
-            return line.rfind(prefix, 0) == 0;
-        }));
-    }
-
     // The registry of `mode` lives in registryRoot, through an override service of that mode.
     void overrideRegistryOf(const std::string& mode) {
         overrides.push_back(context.RegisterService<UserStorageRootOverride>(

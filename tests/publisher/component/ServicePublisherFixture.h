@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -153,6 +154,14 @@ protected:
             lines.push_back(line.str());
         }
         return lines;
+    }
+
+    // How many captured records, written as logLines() writes them, start with `prefix`.
+    std::size_t linesStartingWith(const std::string& prefix) const {
+        const auto lines = logLines();
+        return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&prefix](const std::string& line) {
+            return line.rfind(prefix, 0) == 0;
+        }));
     }
 
     // A factory configuration with the given endpoints and service maps.
