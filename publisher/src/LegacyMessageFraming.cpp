@@ -1,0 +1,82 @@
+#include "LegacyMessageFraming.h"
+
+#include "agent/spf/legacyservicepublisher/Logger.h"
+#include "agent/spf/serialisation/NonOwningByteBufferViewIStreambuf.h"
+
+#include "foundation/log/Severity.h"
+
+#include <cstdint>
+#include <istream>
+#include <stdexcept>
+
+namespace agent::spf::legacyservicepublisher {
+
+using agent::core::transport::Message;
+using agent::core::transport::MessageView;
+
+namespace {
+
+void writeSize(std::uint8_t* field, std::uint64_t size) noexcept {
+    for (std::size_t i = 0; i < LegacyMessageFraming::kSizeFieldBytes; ++i) {
+        field[LegacyMessageFraming::kSizeFieldBytes - 1 - i] = static_cast<std::uint8_t>(size >> (8 * i));
+    }
+}
+
+std::uint64_t readSize(const std::uint8_t* field) noexcept {
+    std::uint64_t size = 0;
+    for (std::size_t i = 0; i < LegacyMessageFraming::kSizeFieldBytes; ++i) {
+        size = (size << 8) | field[i];
+    }
+    return size;
+}
+
+}  // namespace
+
+Message LegacyMessageFraming::frameRequest(agent::spf::core::GenericPayload&& arguments,
+                                           const agent::spf::serialisation::SerialisationCatalogue& catalogue,
+                                           const std::string& contentType, bool multipart) {
+    auto serialisers = agent::spf::serialisation::createSerialisersFor(std::move(arguments), catalogue, contentType);
+    if (serialisers.empty()) {
+        FOUNDATION_LOG(getLogger(), foundation::log::severity::debug) << "No serialisers found for " << contentType;
+    }
+    Message request;
+    for (auto& serialiser : serialisers) {
+        if (!multipart) {
+            serialiser.drainInto([&request](const std::uint8_t* data, std::size_t size) { request.append(data, size); });
+            continue;
+        }
+        Message part;
+        const std::uint8_t reserved[kSizeFieldBytes] = {};
+        part.append(reserved, kSizeFieldBytes);
+        const auto size = serialiser.drainInto(
+            [&part](const std::uint8_t* data, std::size_t chunk) { part.append(data, chunk); });
+        writeSize(part.data(), size);
+        request.append(part);
+    }
+    return request;
+}
+
+agent::spf::core::GenericPayload LegacyMessageFraming::readReply(
+    const MessageView& reply, const agent::spf::serialisation::Deserialiser& deserialiser, bool multipart) {
+    MessageView value = reply;
+    if (multipart) {
+        if (reply.size() < kSizeFieldBytes) {
+            throw std::runtime_error("Invalid message - buffer too small " + std::to_string(reply.size()) + " < " +
+                                     std::to_string(kSizeFieldBytes));
+        }
+        const auto size = readSize(reply.data());
+        // Compared without adding to `size`, which a peer may set near the top of its range.
+        if (size > reply.size() - kSizeFieldBytes) {
+            throw std::runtime_error("Invalid message - reported data size larger than buffer (2) " +
+                                     std::to_string(reply.size()) + " < " +
+                                     (size > UINT64_MAX - kSizeFieldBytes ? std::string("more than 2^64")
+                                                                           : std::to_string(size + kSizeFieldBytes)));
+        }
+        value = reply.makeView(kSizeFieldBytes, static_cast<std::size_t>(size));
+    }
+    agent::spf::serialisation::NonOwningByteBufferViewIStreambuf buffer(value.data(), value.size());
+    std::istream in(&buffer);
+    return deserialiser(in);
+}
+
+}  // namespace agent::spf::legacyservicepublisher
