@@ -75,20 +75,22 @@ void RawRoundTrip(benchmark::State& state, nng_socket server, nng_socket client,
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * size * 2));
 }
 
-void RawPair1RoundTrip(benchmark::State& state) {
+// A round trip between a fresh `openServer` socket and a fresh `openClient` one, no broker.
+void RawSocketRoundTrip(benchmark::State& state, int (*openServer)(nng_socket*), int (*openClient)(nng_socket*),
+                        const char* name) {
     nng_socket server;
     nng_socket client;
-    nng_pair1_open(&server);
-    nng_pair1_open(&client);
-    RawRoundTrip(state, server, client, url(state.range(0), "pair"));
+    openServer(&server);
+    openClient(&client);
+    RawRoundTrip(state, server, client, url(state.range(0), name));
+}
+
+void RawPair1RoundTrip(benchmark::State& state) {
+    RawSocketRoundTrip(state, nng_pair1_open, nng_pair1_open, "pair");
 }
 
 void RawReqRepRoundTrip(benchmark::State& state) {
-    nng_socket server;
-    nng_socket client;
-    nng_rep0_open(&server);
-    nng_req0_open(&client);
-    RawRoundTrip(state, server, client, url(state.range(0), "reqrep"));
+    RawSocketRoundTrip(state, nng_rep0_open, nng_req0_open, "reqrep");
 }
 
 // The floor for any broker on nng: nng's own forwarder (nng_device between a raw REP front
