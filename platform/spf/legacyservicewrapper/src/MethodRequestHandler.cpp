@@ -1,10 +1,10 @@
 #include "MethodRequestHandler.h"
 
 #include "LegacyServiceWrapperLogger.h"
-#include "MultipartFraming.h"
 #include "ServiceDefinition.h"
 
 #include "agent/spf/core/TypeName.h"
+#include "agent/spf/legacyservicewrapper/MultipartFraming.h"
 #include "agent/spf/serialisation/NonOwningByteBufferViewIStreambuf.h"
 
 #include <istream>

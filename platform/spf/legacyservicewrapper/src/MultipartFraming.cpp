@@ -1,4 +1,4 @@
-#include "MultipartFraming.h"
+#include "agent/spf/legacyservicewrapper/MultipartFraming.h"
 
 #include <stdexcept>
 #include <string>

@@ -9,10 +9,13 @@
 namespace agent::spf::legacyservicewrapper {
 
 // The multipart framing of legacy SPF messages: a sequence of parts with no padding and no
-// count, each an 8-byte big-endian size followed by that many bytes.
+// count, each an 8-byte big-endian size followed by that many bytes. A request holds one
+// part per argument; a reply holds one part, the result (empty for a method without one).
+// Wrapped services frame with it, and so may a legacy service written natively that speaks
+// a "+spf/multipart" wire format, so that both refuse a malformed request alike.
 //
 // Every length read from a message is checked against what remains before it is used;
-// nothing here reads outside the message. Stateless, so any thread.
+// nothing here reads outside the message. Stateless, so any thread; nothing blocks.
 class MultipartFraming {
 public:
     static constexpr std::size_t kSizeFieldBytes = 8;
