@@ -90,38 +90,44 @@ std::optional<ServicePublisher::AgentConnection> ServicePublisher::createNewAgen
 void ServicePublisher::createNewAgentConnectionAsync(const std::string& endpoint) {
     const auto executor = threadpoolProvider->getExecutor();
     auto target = std::make_shared<const std::string>(endpoint);
-    auto handle = executor->postWork(
-        connectionTaskGroup,
-        [this, target](foundation::concurrent::threadpool::stop_token stop) {
-            const std::string& endpoint = *target;
-            std::optional<AgentConnection> connection;
-            bool stopped = false;
-            for (int attempt = 0; attempt < kConnectionAttempts && !connection; ++attempt) {
-                if (stop.stop_requested()) {
-                    stopped = true;
-                    break;
-                }
-                connection = createNewAgentConnection(endpoint);
+    auto task = [this, target](foundation::concurrent::threadpool::stop_token stop) {
+        const std::string& endpoint = *target;
+        std::optional<AgentConnection> connection;
+        bool stopped = false;
+        for (int attempt = 0; attempt < kConnectionAttempts && !connection; ++attempt) {
+            if (stop.stop_requested()) {
+                stopped = true;
+                break;
             }
-            {
-                std::lock_guard<std::mutex> lock(connectionsMutex);
-                pendingAgentConnections.erase(endpoint);
-                if (!connection) {
-                    if (!stopped) {
-                        failedAgentConnections.insert(endpoint);
-                    }
-                    return;
+            connection = createNewAgentConnection(endpoint);
+        }
+        {
+            std::lock_guard<std::mutex> lock(connectionsMutex);
+            pendingAgentConnections.erase(endpoint);
+            if (!connection) {
+                if (!stopped) {
+                    failedAgentConnections.insert(endpoint);
                 }
-                if (agentConnections.count(endpoint) != 0) {
-                    // Another connection got there first and stays.
-                    cleanUpAgentConnection(endpoint, *connection, ForceCleanup::No);
-                    return;
-                }
-                agentConnections.emplace(endpoint, std::move(*connection));
+                return;
             }
-            wakeWorkThread();
-        },
-        false);
+            if (agentConnections.count(endpoint) != 0) {
+                // Another connection got there first and stays.
+                cleanUpAgentConnection(endpoint, *connection, ForceCleanup::No);
+                return;
+            }
+            agentConnections.emplace(endpoint, std::move(*connection));
+        }
+        wakeWorkThread();
+    };
+    std::shared_ptr<foundation::concurrent::threadpool::WorkHandle> handle;
+    try {
+        handle = executor->postWork(connectionTaskGroup, std::move(task), false);
+    } catch (...) {
+        // A pool that has been shut down takes no more work; the endpoint stays unpending, so a
+        // later pass on a live pool tries again.
+        logCurrentException(severity::error, "Failed to create AgentConnection for exchange endpoint: " + endpoint);
+        return;
+    }
     // A creation already under way keeps its handle.
     pendingAgentConnections.emplace(endpoint, std::move(handle));
 }

@@ -159,10 +159,7 @@ void ServicePublisher::ensureAllConfiguredAgentConnectionsAreHonoured(const std:
             const auto [exchange, connected] =
                 checkStatusOfKORVEXConnector(serviceHostAgent, ConnectorMode::DesktopServices, keep, justShutDown);
             if (connected || exchange != serviceHostExchange) {
-                if (inProcessBridgeRegistration) {
-                    inProcessBridgeRegistration.Unregister();
-                    inProcessBridgeRegistration = nullptr;
-                }
+                withdrawInProcessBridge();
                 serviceHostExchange = exchange;
             }
             if (!serviceHostExchange.empty() && !inProcessBridgeRegistration) {
@@ -190,6 +187,20 @@ void ServicePublisher::ensureAllConfiguredAgentConnectionsAreHonoured(const std:
         cleanUpAgentConnection(connection->first, connection->second, ForceCleanup::No);
         connection = agentConnections.erase(connection);
     }
+}
+
+// Call with connectionsMutex held.
+void ServicePublisher::withdrawInProcessBridge() noexcept {
+    if (!inProcessBridgeRegistration) {
+        return;
+    }
+    try {
+        inProcessBridgeRegistration.Unregister();
+    } catch (...) {
+        // Already gone with the bundle context; nothing is left to withdraw.
+    }
+    inProcessBridgeRegistration = nullptr;
+    serviceHostExchange.clear();
 }
 
 }  // namespace agent::spf::legacyservicepublisher

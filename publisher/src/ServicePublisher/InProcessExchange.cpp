@@ -106,7 +106,11 @@ ServicePublisher::AgentConnections::iterator ServicePublisher::addInProcessExcha
                 if (!fresh.first) {
                     return agent::core::serviceutils::Context();
                 }
-                return fresh.first->getAssociatedContext();
+                auto context = fresh.first->getAssociatedContext();
+                // The client goes before the discovery service it uses, which this copy may be
+                // the last to hold.
+                fresh.first.reset();
+                return context;
             };
         std::function<void(ForceCleanup)> keepAlive = [discovery = std::move(discovery)](ForceCleanup) {};
         // An existing connection stays; the new record goes again, its cleanup doing nothing.

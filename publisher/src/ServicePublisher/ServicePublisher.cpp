@@ -39,6 +39,9 @@ ServicePublisher::ServicePublisher(
     }
 }
 
-ServicePublisher::~ServicePublisher() = default;
+ServicePublisher::~ServicePublisher() {
+    // Deactivate withdraws it; a component destroyed without one must not leave it behind.
+    withdrawInProcessBridge();
+}
 
 }  // namespace agent::spf::legacyservicepublisher

@@ -81,19 +81,29 @@ void ServicePublisher::Deactivate(const std::shared_ptr<ComponentContext>&) {
         }
     }
 
+    // Directory subscriptions still live until their connections go below may queue more
+    // endpoints meanwhile; those connections are torn down in order all the same.
+    std::set<std::string> forcedEndpoints;
+    {
+        std::lock_guard<std::mutex> lock(workMutex);
+        forcedEndpoints.swap(endpointsToForceTeardown);
+    }
     {
         std::lock_guard<std::mutex> lock(connectionsMutex);
-        for (const auto& endpoint : endpointsToForceTeardown) {
+        for (const auto& endpoint : forcedEndpoints) {
             cleanUpAgentConnection(endpoint, ForceCleanup::Yes);
         }
         for (auto& connection : agentConnections) {
             cleanUpAgentConnection(connection.first, connection.second, ForceCleanup::No);
         }
         agentConnections.clear();
+        withdrawInProcessBridge();
         [this]() noexcept { serviceInterfaces.clear(); }();
     }
-    // The work thread is joined and the tracker closed: nobody else touches this set any more.
-    endpointsToForceTeardown.clear();
+    {
+        std::lock_guard<std::mutex> lock(workMutex);
+        endpointsToForceTeardown.clear();
+    }
     inProcessTracker.reset();
     bundleContext = nullptr;
 }

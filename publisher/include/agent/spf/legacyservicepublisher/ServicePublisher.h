@@ -381,6 +381,10 @@ private:
                                                               ConnectorMode mode, std::set<std::string>& keep,
                                                               const std::set<std::string>& justShutDown);
 
+    // Withdraws the service host's exchange from the process, if it was offered, so that it is
+    // offered again when found again. Call with connectionsMutex held.
+    void withdrawInProcessBridge() noexcept;
+
     // What the agent registry of a mode says about the agent in use.
     struct AgentStatus {
         enum Code {
