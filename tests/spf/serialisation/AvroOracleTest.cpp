@@ -240,6 +240,15 @@ std::vector<OracleCase> makeCases() {
     t.add("record", pointSchema(), oracle::Point{3, -4, "p", 0.25}, {{"x", 3}, {"y", -4}, {"label", "p"}, {"weight", 0.25}});
     t.add("record without weight", pointSchema(), oracle::Point{0, 0, "", std::nullopt},
           {{"x", 0}, {"y", 0}, {"label", ""}, {"weight", nullptr}});
+    // The second field names the fixed type the first defines, as Avro requires.
+    t.add("exported callback reference",
+          json{{"type", "record"},
+               {"name", "ExportedCallbackReference"},
+               {"fields",
+                {{{"name", "callbackUUID"}, {"type", uuidSchema()}},
+                 {{"name", "removalMethodAddress"}, {"type", "uuid"}}}}},
+          agent::spf::core::ExportedCallbackReference{id, nil},
+          {{"callbackUUID", "7ce1dbafc04446ecb423fbf560ad4cc5"}, {"removalMethodAddress", std::string(32, '0')}});
     t.add("array<record>", json{{"type", "array"}, {"items", pointSchema()}},
           std::vector<oracle::Point>{{1, 2, "a", std::nullopt}}, {{{"x", 1}, {"y", 2}, {"label", "a"}, {"weight", nullptr}}});
     return t.cases;

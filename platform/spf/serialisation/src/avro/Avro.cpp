@@ -52,6 +52,7 @@ void registerAvroTypes(SerialisationCatalogue& catalogue) {
     registerWithCollections<std::vector<std::uint8_t>>(catalogue);
     registerWithCollections<boost::uuids::uuid>(catalogue);
     registerAvroType<std::vector<std::map<std::string, std::string>>>(catalogue);
+    registerAvroType<core::ExportedCallbackReference>(catalogue);
 }
 
 }  // namespace agent::spf::serialisation

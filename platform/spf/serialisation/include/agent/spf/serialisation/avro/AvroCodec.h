@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/spf/core/ExportedCallbackReference.h"
 #include "agent/spf/serialisation/avro/AvroDecoder.h"
 #include "agent/spf/serialisation/avro/AvroEncoder.h"
 
@@ -20,7 +21,8 @@ namespace agent::spf::serialisation {
 //   std::string → string (its bytes as they are; not checked for UTF-8),
 //   std::vector<std::uint8_t> → bytes, std::vector<T> → array<T>,
 //   std::map<std::string, T> → map<T>, std::optional<T> → union {null, T},
-//   boost::uuids::uuid → fixed(16) (the uuid's bytes in order).
+//   boost::uuids::uuid → fixed(16) (the uuid's bytes in order),
+//   core::ExportedCallbackReference → record {fixed(16) callbackUUID, fixed(16) removalMethodAddress}.
 //
 // Users add their own types by specialising AvroCodec<T> with
 //   static void encode(AvroEncoder&, const T&);
@@ -201,5 +203,11 @@ struct AvroRecordCodec {
         return value;
     }
 };
+
+// What a legacy service receives for an exported callback argument.
+template <>
+struct AvroCodec<core::ExportedCallbackReference>
+    : AvroRecordCodec<core::ExportedCallbackReference, &core::ExportedCallbackReference::callbackUUID,
+                      &core::ExportedCallbackReference::removalMethodAddress> {};
 
 }  // namespace agent::spf::serialisation
