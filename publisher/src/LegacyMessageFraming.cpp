@@ -1,6 +1,7 @@
 #include "LegacyMessageFraming.h"
 
 #include "agent/spf/legacyservicepublisher/Logger.h"
+#include "agent/spf/legacyservicewrapper/MultipartFraming.h"
 #include "agent/spf/serialisation/NonOwningByteBufferViewIStreambuf.h"
 
 #include "foundation/log/Severity.h"
@@ -77,6 +78,31 @@ agent::spf::core::GenericPayload LegacyMessageFraming::readReply(
     agent::spf::serialisation::NonOwningByteBufferViewIStreambuf buffer(value.data(), value.size());
     std::istream in(&buffer);
     return deserialiser(in);
+}
+
+agent::spf::core::GenericPayload LegacyMessageFraming::readRequest(
+    const Message& request, const std::vector<std::type_index>& argumentTypes,
+    const agent::spf::serialisation::SerialisationCatalogue& catalogue, const std::string& contentType) {
+    const auto parts = agent::spf::legacyservicewrapper::MultipartFraming::splitParts(request, argumentTypes.size());
+    agent::spf::core::GenericPayload arguments;
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        const auto deserialiser = catalogue.getDeserialiser(contentType, argumentTypes[i]);
+        agent::spf::serialisation::NonOwningByteBufferViewIStreambuf buffer(request.data() + parts[i].offset,
+                                                                            parts[i].size);
+        std::istream in(&buffer);
+        arguments.append(deserialiser(in));
+    }
+    return arguments;
+}
+
+Message LegacyMessageFraming::frameReply(agent::spf::core::GenericPayload&& result,
+                                         const agent::spf::serialisation::SerialisationCatalogue& catalogue,
+                                         const std::string& contentType) {
+    if (result.empty() || result.isEmptyAt(0)) {
+        const std::uint8_t emptyPart[kSizeFieldBytes] = {};
+        return Message(emptyPart, kSizeFieldBytes);
+    }
+    return frameRequest(std::move(result), catalogue, contentType, true);
 }
 
 }  // namespace agent::spf::legacyservicepublisher

@@ -7,6 +7,8 @@
 #include "agent/spf/serialisation/SerialisationCatalogue.h"
 
 #include <string>
+#include <typeindex>
+#include <vector>
 
 namespace agent::spf::legacyservicepublisher {
 
@@ -32,6 +34,22 @@ public:
     static agent::spf::core::GenericPayload readReply(const agent::core::transport::MessageView& reply,
                                                       const agent::spf::serialisation::Deserialiser& deserialiser,
                                                       bool multipart);
+
+    // The arguments of a multipart request that a service sends to an exported callback, one part
+    // per entry of `argumentTypes`, each read with the catalogue's deserialiser for `contentType`.
+    // Throws std::runtime_error "Invalid message - cannot determine buffer size: <detail>",
+    // "Invalid message - reported data size larger than buffer", "Number of parts in Message does
+    // not match number of expected arguments", and what the deserialisers throw.
+    static agent::spf::core::GenericPayload readRequest(const agent::core::transport::Message& request,
+                                                        const std::vector<std::type_index>& argumentTypes,
+                                                        const agent::spf::serialisation::SerialisationCatalogue& catalogue,
+                                                        const std::string& contentType);
+
+    // The multipart reply carrying `result`: its one value as a part, or one empty part when the
+    // result holds no value. Throws what frameRequest throws.
+    static agent::core::transport::Message frameReply(agent::spf::core::GenericPayload&& result,
+                                                      const agent::spf::serialisation::SerialisationCatalogue& catalogue,
+                                                      const std::string& contentType);
 };
 
 }  // namespace agent::spf::legacyservicepublisher

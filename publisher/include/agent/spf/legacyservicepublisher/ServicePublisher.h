@@ -209,11 +209,30 @@ public:
     };
 
     // The invokable factory published for one directory instance, keyed by (exchangeEndpoint,
-    // serviceUuid). Declared with its fields only for now: registering the factory on
-    // construction and withdrawing it on destruction comes with the invokable-factory work.
+    // serviceUuid): constructing it registers the factory with the invokable publisher (name,
+    // uuid and version of the instance; "endpointAddress" and the instance's metadata as
+    // properties), destroying it withdraws the factory and cleans up every invokable still out.
+    // Not copyable; its callbacks hold its address.
     struct InvokableFactoryEntry {
+        // Throws what the registration throws; nothing is registered then.
+        InvokableFactoryEntry(std::string exchangeEndpoint, agent::core::serviceutils::ServiceStub stub,
+                              std::function<agent::core::serviceutils::Context(unsigned int)> contextFactory,
+                              std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue> catalogue,
+                              InvokablePublisherType& publisher);
+        // Blocks until the factory's callbacks running elsewhere and the invokables' calls have
+        // ended; must not run on a thread that holds `mutex`. A failure ends the process.
+        ~InvokableFactoryEntry();
         InvokableFactoryEntry(const InvokableFactoryEntry&) = delete;
         InvokableFactoryEntry& operator=(const InvokableFactoryEntry&) = delete;
+
+        std::string getServiceName() const { return serviceStub.getName(); }
+        // A new invokable on a fresh context of the connection (client threads). Throws
+        // std::runtime_error "Obtaining a valid Context for the Invokable failed" once the
+        // connection is gone.
+        std::shared_ptr<agent::spf::core::Invokable> getInvokable();
+        // Takes back and cleans up an invokable this entry made; others, and one given back
+        // before, are ignored. Client threads; blocks while the invokable's calls end.
+        void ungetInvokable(std::shared_ptr<agent::spf::core::Invokable> invokable);
 
         std::string exchangeEndpoint;
         boost::uuids::uuid serviceUuid;
@@ -443,8 +462,11 @@ private:
                                                   const boost::property_tree::ptree& metadata,
                                                   unsigned int majorVersion);
 
-    // Invokable factories. Call with connectionsMutex held. Not yet querying directories: no
-    // query can fail, so false.
+    // Publishes an invokable factory for every instance a connected directory lists that has
+    // none (the directory itself left out). Three failed queries of one directory in a row tear
+    // its connection down by force; a successful one starts the count again. True when a query
+    // failed in this pass, so that the next pass follows at once. Work thread; call with
+    // connectionsMutex held; takes notificationMutex.
     bool ensureAllKnownServicesHaveInvokables();
 
     std::shared_ptr<InvokablePublisherType> invokablePublisher;
