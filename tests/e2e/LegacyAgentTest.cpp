@@ -1,11 +1,13 @@
 // legacy-agent as a process on a real agent-exchange: what clients find in the directory
-// and call, what subscribers are told as it comes and goes, and how it survives a restart
-// of the exchange.
+// and call (Avro values in parts, or raw bytes), what subscribers are told as it comes and
+// goes, and how it survives a restart of the exchange.
 
 #include "ProcessFixture.h"
 
 #include "support/Barrier.h"
 #include "support/WaitFor.h"
+
+#include "agent/spf/serialisation/avro/Avro.h"
 
 #include <gmock/gmock.h>
 
@@ -30,12 +32,47 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::UnorderedElementsAre;
 
+using namespace std::string_literals;
+
 const std::map<std::string, std::string> kMetadata{
     {"spf.wireFormat", "application/octet-stream+spf/avro+spf/multipart"}, {"spf::servicemajor", "1"}};
+const std::map<std::string, std::string> kRawMetadata{{"spf.wireFormat", "application/octet-stream"},
+                                                      {"spf::servicemajor", "1"}};
+const std::map<std::string, std::string> kMajorOne{{"spf::servicemajor", "1"}};
 
 Message bytes(const std::string& text) {
     return Message(text.data(), text.size());
 }
+
+// "<verb> KeyValueStore", "<verb> Clock", "<verb> RawEcho": what a subscriber sees of one agent.
+auto everyService(const std::string& verb) {
+    return UnorderedElementsAre(verb + " KeyValueStore", verb + " Clock", verb + " RawEcho");
+}
+
+// A multipart request or reply put together by hand: each part's 8-byte big-endian size,
+// then its bytes.
+std::string framed(const std::vector<std::string>& parts) {
+    std::string message;
+    for (const auto& part : parts) {
+        for (int shift = 56; shift >= 0; shift -= 8) {
+            message += static_cast<char>((static_cast<std::uint64_t>(part.size()) >> shift) & 0xff);
+        }
+        message += part;
+    }
+    return message;
+}
+
+// The values in Avro binary, one part each: a typed request, or with one value a reply.
+template <class... T>
+std::string avro(const T&... values) {
+    const auto text = [](const agent::spf::serialisation::ByteBuffer& b) {
+        return std::string(reinterpret_cast<const char*>(b.data()), b.size());
+    };
+    return framed({text(agent::spf::serialisation::avroEncode(values))...});
+}
+
+// The reply of a method without a result: one empty part.
+const std::string kNoResult(8, '\0');
 
 std::vector<std::string> methodNames(const ServiceStub& stub) {
     std::vector<std::string> names;
@@ -63,11 +100,8 @@ const std::string kIpc = "ipc:///tmp/never-used.sock";
 INSTANTIATE_TEST_SUITE_P(
     Refusals, LegacyAgentCommandLineTest,
     ::testing::Values(CommandLine{{}, "Option --exchange is required"},
-                      CommandLine{{"--name-prefix", "p."}, "Option --exchange is required"},
-                      CommandLine{{"--exchange"}, "Option --exchange needs a value"},
                       CommandLine{{"--exchange", "--name-prefix", "p."}, "Option --exchange needs a value"},
                       CommandLine{{"--exchange", kIpc, "--name-prefix="}, "Option --name-prefix needs a value"},
-                      CommandLine{{"--exchange", kIpc, "--exchange=" + kIpc}, "Option --exchange is given twice"},
                       CommandLine{{"--exchange", "inproc://x"}, "Exchange 'inproc://x' is not an ipc:// or tcp:// URL"},
                       CommandLine{{"--exchange", kIpc, "--name-prefix", "a*"}, "Name prefix must not hold '*'"},
                       CommandLine{{"--exchange", kIpc, "--name"}, "Unknown option '--name'"},
@@ -80,8 +114,8 @@ TEST(LegacyAgentHelpTest, HelpDocumentsEveryOptionAndMethodOnStdoutAndExitsZero)
     const auto status = child.waitForExit(deadline());
     ASSERT_TRUE(status);
     EXPECT_EQ(ChildProcess::describe(*status), "exit status 0");
-    for (const auto& text :
-         {"  --exchange URL", "  --name-prefix P", "  -h, --help", "put, get, remove, keys", "now, echo"}) {
+    for (const auto& text : {"  --exchange URL", "  --name-prefix P", "  -h, --help", "put(string key, string value)",
+                             "keys() -> array<string>", "millisecondsSinceEpoch() -> long", "<P>RawEcho        echo"}) {
         EXPECT_THAT(out, HasSubstr(text));
     }
 }
@@ -116,6 +150,7 @@ protected:
         return directory().lookupServiceInstance(found[0], APIVersion(1));
     }
 
+    // The reply's bytes, "error: <what>", "no answer" or "no method <m>".
     std::string call(const ServiceStub& stub, const std::string& method, const std::string& request = {}) {
         auto send = stub.getMethod(method);
         if (!send) {
@@ -127,9 +162,9 @@ protected:
     std::string url_;
 };
 
-TEST_F(LegacyAgentTest, ClientListsLooksUpAndCallsBothServices) {
+TEST_F(LegacyAgentTest, ClientListsLooksUpAndCallsEveryService) {
     startLegacyAgent(url_);
-    EXPECT_EQ(directory().queryDirectoryForServiceUUIDs("*").size(), 3u);  // with the directory itself
+    EXPECT_EQ(directory().queryDirectoryForServiceUUIDs("*").size(), 4u);  // with the directory itself
     EXPECT_EQ(directory().queryDirectoryForServicesMatchingMetadata("*", kMetadata).size(), 2u);
     EXPECT_TRUE(directory().queryDirectoryForServicesMatchingMetadata("*", {{"spf::servicemajor", "2"}}).empty());
 
@@ -140,108 +175,135 @@ TEST_F(LegacyAgentTest, ClientListsLooksUpAndCallsBothServices) {
     EXPECT_THAT(methodNames(store), ElementsAre("get", "keys", "put", "remove"));
     const auto clock = find("Clock");
     ASSERT_TRUE(clock.isFound());
-    EXPECT_EQ(clock.getMetadata("spf.wireFormat"), kMetadata.at("spf.wireFormat"));
-    EXPECT_THAT(methodNames(clock), ElementsAre("echo", "now"));
-    EXPECT_NE(store.getServiceInstance(), clock.getServiceInstance());
+    EXPECT_EQ(clock.getProperties(), kMetadata);
+    EXPECT_THAT(methodNames(clock), ElementsAre("echo", "millisecondsSinceEpoch", "now"));
+    const auto raw = find("RawEcho");
+    ASSERT_TRUE(raw.isFound());
+    EXPECT_EQ(raw.getProperties(), kRawMetadata);
+    EXPECT_THAT(methodNames(raw), ElementsAre("echo"));
 
-    EXPECT_EQ(call(store, "put", std::string("colour\0blue", 11)), "");
-    EXPECT_EQ(call(store, "put", std::string("blob\0a\0b\xff", 9)), "");
-    EXPECT_EQ(call(store, "get", "colour"), "blue");
-    EXPECT_EQ(call(store, "get", "blob"), std::string("a\0b\xff", 4));
-    EXPECT_EQ(call(store, "keys"), std::string("blob\0colour\0", 12));
-    EXPECT_EQ(call(store, "remove", "colour"), "blue");
-    EXPECT_EQ(call(store, "get", "colour"), "error: No such key");
-    EXPECT_EQ(call(store, "remove", "colour"), "error: No such key");
-    EXPECT_EQ(call(store, "keys"), std::string("blob\0", 5));
+    const std::string binary("a\0b\xff", 4);  // Avro strings carry any bytes
+    EXPECT_EQ(call(store, "put", avro("colour"s, "blue"s)), kNoResult);
+    EXPECT_EQ(call(store, "put", avro("blob"s, binary)), kNoResult);
+    EXPECT_EQ(call(store, "get", avro("colour"s)), avro("blue"s));
+    EXPECT_EQ(call(store, "get", avro("blob"s)), avro(binary));
+    EXPECT_EQ(call(store, "keys"), avro(std::vector<std::string>{"blob", "colour"}));
+    EXPECT_EQ(call(store, "remove", avro("colour"s)), avro("blue"s));
+    EXPECT_EQ(call(store, "get", avro("colour"s)), "error: No such key");
+    EXPECT_EQ(call(store, "remove", avro("colour"s)), "error: No such key");
+    EXPECT_EQ(call(store, "keys"), avro(std::vector<std::string>{"blob"}));
 
-    EXPECT_EQ(call(clock, "echo", std::string("\0binary\n", 8)), std::string("\0binary\n", 8));
+    EXPECT_EQ(call(clock, "echo", avro("\0binary\n"s)), avro("\0binary\n"s));
+    // 24 characters: a part of 25 bytes (0x19), the Avro length 24 (zigzag 0x30), the text.
     const auto now = call(clock, "now");
-    EXPECT_TRUE(std::regex_match(now, std::regex(R"(20\d\d-[01]\d-[0-3]\dT[0-2]\d:[0-5]\d:[0-6]\d\.\d{3}Z)"))) << now;
+    EXPECT_TRUE(std::regex_match(now, std::regex(R"(\0{7}\x19\x30)"
+                                                 R"(20\d\d-[01]\d-[0-3]\dT[0-2]\d:[0-5]\d:[0-6]\d\.\d{3}Z)")))
+        << now;
+    const auto before = std::chrono::system_clock::now();
+    const auto reply = call(clock, "millisecondsSinceEpoch");
+    ASSERT_GT(reply.size(), 8u) << reply;
+    const auto ms = agent::spf::serialisation::avroDecode<std::int64_t>(
+        reinterpret_cast<const std::uint8_t*>(reply.data()) + 8, reply.size() - 8);
+    EXPECT_EQ(reply, avro(ms));  // one part, the value alone
+    const std::chrono::system_clock::time_point since{std::chrono::milliseconds(ms)};
+    EXPECT_TRUE(before - 1ms < since && since <= std::chrono::system_clock::now());
     EXPECT_EQ(call(clock, "put"), "no method put");
+
+    // Single framing: the bytes alone, whatever they look like.
+    for (const auto& request : {"\0raw\xff"s, ""s, avro("x"s)}) {
+        EXPECT_EQ(call(raw, "echo", request), request);
+    }
 }
 
-TEST_F(LegacyAgentTest, BadRequestsGetClearRefusalsAndTheStoreGoesOn) {
+TEST_F(LegacyAgentTest, MalformedRequestsGetClearRefusalsAndTheStoreGoesOn) {
     startLegacyAgent(url_);
     const auto store = find("KeyValueStore");
     ASSERT_TRUE(store.isFound());
-    const std::vector<std::pair<std::string, std::string>> refusals{
-        {"no separator", "error: put needs a key, a NUL byte and the value"},
-        {"", "error: put needs a key, a NUL byte and the value"},
-        {std::string("\0value", 6), "error: Key is empty"},
-        {std::string(1025, 'k') + '\0', "error: Key is longer than 1024 bytes"},
+    const std::string parts = "error: Number of parts in Message does not match number of expected arguments";
+    const std::string k = avro("k"s).substr(8);
+    const struct {
+        std::string method;
+        std::string request;
+        std::string outcome;  // "error: <what>"
+    } cases[] = {
+        {"put", "", parts},
+        {"put", framed({k}), parts},
+        {"put", framed({k, k, k}), parts},
+        {"keys", framed({""}), parts},
+        {"get", "\0\0\0\0\0"s,
+         "error: Invalid message - cannot determine buffer size: 5 bytes left at offset 0, 8 needed"},
+        {"get", std::string(8, '\xff') + k, "error: Invalid message - reported data size larger than buffer"},
+        {"get", framed({"\x01"}), "error: Invalid argument 0 of method get: Negative Avro length -1"},
+        {"get", framed({k + "?"}),
+         "error: Invalid argument 0 of method get: Avro value followed by 1 unexpected bytes"},
+        {"put", framed({k, "\x0a" "ab"}),
+         "error: Invalid argument 1 of method put: Avro length beyond the remaining input 5"},
+        {"put", avro(""s, "v"s), "error: Key is empty"},
+        {"put", avro("\0"s, "v"s), "error: Key holds a NUL byte"},
+        {"put", avro(std::string(1025, 'k'), "v"s), "error: Key is longer than 1024 bytes"},
     };
-    for (const auto& [request, expected] : refusals) {
-        EXPECT_EQ(call(store, "put", request), expected) << request.size() << " bytes";
+    for (const auto& c : cases) {
+        EXPECT_EQ(call(store, c.method, c.request), c.outcome) << c.method << " of " << c.request.size() << " bytes";
     }
-    EXPECT_EQ(call(store, "get", ""), "error: No such key");
-    EXPECT_EQ(call(store, "keys"), "");
-    EXPECT_EQ(call(store, "put", std::string(1024, 'k') + '\0'), "");
-    EXPECT_EQ(call(store, "get", std::string(1024, 'k')), "");
-}
-
-TEST_F(LegacyAgentTest, NamePrefixGoesBeforeEveryServiceName) {
-    startLegacyAgent(url_, {"--name-prefix", "demo."});
-    EXPECT_TRUE(find("demo.KeyValueStore").isFound());
-    EXPECT_TRUE(find("demo.Clock").isFound());
-    EXPECT_EQ(directory().queryDirectoryForServiceUUIDs("demo.*").size(), 2u);
-    EXPECT_TRUE(directory().queryDirectoryForServiceUUIDs("Clock").empty());
+    EXPECT_EQ(call(store, "keys"), avro(std::vector<std::string>{}));
+    EXPECT_EQ(call(store, "put", avro(std::string(1024, 'k'), ""s)), kNoResult);
+    EXPECT_EQ(call(store, "get", avro(std::string(1024, 'k'))), avro(""s));
 }
 
 TEST_F(LegacyAgentTest, SubscriptionSeesServicesStartAndARetrospectiveOneSeesThoseAlreadyRunning) {
     auto& fresh = subscribe(url_, DirectoryServiceClient::OnlyNewChanges);
     startLegacyAgent(url_);
-    fresh.waitForCount(2, deadline());
-    EXPECT_THAT(fresh.summary(), UnorderedElementsAre("started KeyValueStore", "started Clock"));
+    fresh.waitForCount(3, deadline());
+    EXPECT_THAT(fresh.summary(), everyService("started"));
 
     auto& everything = subscribe(url_, DirectoryServiceClient::Retrospectively);
-    everything.waitForCount(3, deadline());
-    EXPECT_THAT(everything.summary(),
-                UnorderedElementsAre("started directory", "started KeyValueStore", "started Clock"));
+    everything.waitForCount(4, deadline());
+    EXPECT_THAT(everything.summary(), UnorderedElementsAre("started directory", "started KeyValueStore",
+                                                           "started Clock", "started RawEcho"));
 
-    auto& byMetadata = subscribe(url_, DirectoryServiceClient::Retrospectively, boost::none, kMetadata);
-    byMetadata.waitForCount(2, deadline());
-    EXPECT_THAT(byMetadata.summary(), UnorderedElementsAre("started KeyValueStore", "started Clock"));
+    auto& byMetadata = subscribe(url_, DirectoryServiceClient::Retrospectively, boost::none, kRawMetadata);
+    ASSERT_EQ(byMetadata.waitForCount(1, deadline()).size(), 1u);
+    EXPECT_THAT(byMetadata.summary(), ElementsAre("started RawEcho"));
 
     auto& byName = subscribe(url_, DirectoryServiceClient::Retrospectively, std::string("Clock"));
     ASSERT_EQ(byName.waitForCount(1, deadline()).size(), 1u);
     EXPECT_EQ(byName.entries()[0].instance, find("Clock").getServiceInstance());
 
-    // A second agent: the fresh subscription sees it, the name-filtered one only its clock.
+    // A second agent, its names prefixed: the fresh subscription sees it, the name-filtered
+    // one only its own clock.
     startLegacyAgent(url_, {"--name-prefix", "second."});
-    EXPECT_TRUE(fresh.waitFor(true, "second.Clock", deadline()));
-    EXPECT_TRUE(fresh.waitFor(true, "second.KeyValueStore", deadline()));
+    EXPECT_TRUE(fresh.waitFor(true, "second.RawEcho", deadline()));
+    EXPECT_EQ(directory().queryDirectoryForServiceUUIDs("second.*").size(), 3u);
     EXPECT_THAT(byName.summary(), ElementsAre("started Clock"));
 }
 
-TEST_F(LegacyAgentTest, KilledAgentsServicesAreReportedStoppedWithinASecond) {
-    auto& agent = startLegacyAgent(url_);
-    auto& log = subscribe(url_, DirectoryServiceClient::OnlyNewChanges);
-    agent.signal(SIGKILL);
-    const auto killed = Clock::now();
-    // One second is the goal; the slack only keeps a loaded machine from failing the test.
-    const bool both = log.waitUntil(
-        [](const std::vector<NotificationLog::Entry>& entries) { return entries.size() >= 2; }, killed + 1s + 4s);
-    ASSERT_TRUE(both) << ::testing::PrintToString(log.summary());
-    EXPECT_THAT(log.summary(), UnorderedElementsAre("stopped KeyValueStore", "stopped Clock"));
-    const auto last = std::max(log.entries()[0].at, log.entries()[1].at);
-    const auto ms = std::chrono::duration_cast<std::chrono::microseconds>(last - killed).count() / 1000.0;
-    std::cout << "[ measured ] stopped notifications " << ms << " ms after SIGKILL of legacy-agent\n";
-    RecordProperty("stoppedNotificationsAfterKillMs", std::to_string(ms));
-    EXPECT_EQ(directory().queryDirectoryForServiceUUIDs("*").size(), 1u);
-    EXPECT_TRUE(agent.waitForExit(deadline()));
-}
+// The agent killed (SIGKILL: the exchange notices the lost connection) or terminated (SIGTERM:
+// it withdraws its services itself, then exits 0).
+class LegacyAgentStopTest : public LegacyAgentTest, public ::testing::WithParamInterface<int> {};
 
-TEST_F(LegacyAgentTest, TerminatedAgentTakesItsServicesOutOfTheDirectoryAndExitsZero) {
+TEST_P(LegacyAgentStopTest, StoppedAgentsServicesAreReportedStoppedAndLeaveTheDirectory) {
     auto& agent = startLegacyAgent(url_);
     auto& log = subscribe(url_, DirectoryServiceClient::OnlyNewChanges);
-    agent.signal(SIGTERM);
+    agent.signal(GetParam());
+    const auto signalled = Clock::now();
+    ASSERT_TRUE(log.waitUntil([](const auto& entries) { return entries.size() >= 3; }, deadline()))
+        << ::testing::PrintToString(log.summary());
+    EXPECT_THAT(log.summary(), everyService("stopped"));
+    const auto& entries = log.entries();
+    const auto last = std::max({entries[0].at, entries[1].at, entries[2].at});
+    // A second after a kill is the goal; recorded, not asserted, as timings vary with the machine.
+    const auto ms = std::chrono::duration_cast<std::chrono::microseconds>(last - signalled).count() / 1000.0;
+    std::cout << "[ measured ] stopped notifications " << ms << " ms after "
+              << (GetParam() == SIGKILL ? "SIGKILL" : "SIGTERM") << " of legacy-agent\n";
+    RecordProperty("stoppedNotificationsAfterSignalMs", std::to_string(ms));
+    EXPECT_EQ(directory().queryDirectoryForServiceUUIDs("*").size(), 1u);
     const auto status = agent.waitForExit(deadline());
     ASSERT_TRUE(status);
-    EXPECT_EQ(ChildProcess::describe(*status), "exit status 0");
-    log.waitForCount(2, deadline());
-    EXPECT_THAT(log.summary(), UnorderedElementsAre("stopped KeyValueStore", "stopped Clock"));
-    EXPECT_EQ(directory().queryDirectoryForServiceUUIDs("*").size(), 1u);
+    EXPECT_EQ(ChildProcess::describe(*status), GetParam() == SIGKILL ? "killed by signal 9" : "exit status 0");
 }
+
+INSTANTIATE_TEST_SUITE_P(Signals, LegacyAgentStopTest, ::testing::Values(SIGTERM, SIGKILL),
+                         [](const auto& info) { return info.param == SIGKILL ? "Killed" : "Terminated"; });
 
 TEST_F(LegacyAgentTest, AgentWhoseExchangeIsGoneStillStopsCleanlyOnSigterm) {
     auto& agent = startLegacyAgent(url_);
@@ -263,8 +325,8 @@ class LegacyAgentRestartTest : public LegacyAgentTest, public ::testing::WithPar
 
 TEST_P(LegacyAgentRestartTest, RestartedExchangeGetsTheAgentsServicesBackWithTheStoreIntact) {
     auto& agent = startLegacyAgent(url_);
-    EXPECT_EQ(call(find("KeyValueStore"), "put", std::string("kept\0across restarts", 20)), "");
-    const auto before = directory().queryDirectoryForServicesMatchingMetadata("*", kMetadata);
+    EXPECT_EQ(call(find("KeyValueStore"), "put", avro("kept"s, "across restarts"s)), kNoResult);
+    const auto before = directory().queryDirectoryForServicesMatchingMetadata("*", kMajorOne);
     endClient();
 
     exchange().signal(GetParam());
@@ -275,16 +337,17 @@ TEST_P(LegacyAgentRestartTest, RestartedExchangeGetsTheAgentsServicesBackWithThe
     ASSERT_EQ(startExchange("e2e", endpoint()), url_);
 
     ASSERT_TRUE(testsupport::WaitFor(
-        [&] { return directory().queryDirectoryForServicesMatchingMetadata("*", kMetadata).size() == 2; }, 20s));
+        [&] { return directory().queryDirectoryForServicesMatchingMetadata("*", kMajorOne).size() == 3; }, 20s));
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - restarted).count();
     std::cout << "[ measured ] services listed again " << ms << " ms after the exchange restarted (after "
               << ::strsignal(GetParam()) << ")\n";
     RecordProperty("servicesBackAfterRestartMs", std::to_string(ms));
     EXPECT_FALSE(agent.hasExited());
-    EXPECT_EQ(call(find("KeyValueStore"), "get", "kept"), "across restarts");
-    EXPECT_EQ(call(find("Clock"), "echo", "still here"), "still here");
+    EXPECT_EQ(call(find("KeyValueStore"), "get", avro("kept"s)), avro("across restarts"s));
+    EXPECT_EQ(call(find("Clock"), "echo", avro("still here"s)), avro("still here"s));
+    EXPECT_EQ(call(find("RawEcho"), "echo", "raw too"), "raw too");
     // Fresh instances: the old ones went with the old directory.
-    for (const auto& instance : directory().queryDirectoryForServicesMatchingMetadata("*", kMetadata)) {
+    for (const auto& instance : directory().queryDirectoryForServicesMatchingMetadata("*", kMajorOne)) {
         EXPECT_EQ(std::count(before.begin(), before.end(), instance), 0);
     }
 }
@@ -309,16 +372,16 @@ TEST_F(LegacyAgentTest, ConcurrentClientsOnEightThreadsEachFindTheirOwnEntries) 
             std::vector<agent::core::transport::ReplyFuture> puts;
             for (int i = 0; i < kPerThread; ++i) {
                 const std::string key = std::to_string(t) + "/" + std::to_string(i);
-                puts.push_back(put(bytes(key + '\0' + "value of " + key)));
+                puts.push_back(put(bytes(avro(key, "value of " + key))));
             }
             for (auto& reply : puts) {
-                if (outcome(std::move(reply)) != "") {
+                if (outcome(std::move(reply)) != kNoResult) {
                     return;
                 }
             }
             for (int i = 0; i < kPerThread; ++i) {
                 const std::string key = std::to_string(t) + "/" + std::to_string(i);
-                if (outcome(get(bytes(key))) == "value of " + key) {
+                if (outcome(get(bytes(avro(key)))) == avro("value of " + key)) {
                     ++right;
                 }
             }
@@ -328,8 +391,6 @@ TEST_F(LegacyAgentTest, ConcurrentClientsOnEightThreadsEachFindTheirOwnEntries) 
         thread.join();
     }
     EXPECT_EQ(right.load(), kThreads * kPerThread);
-    const auto keys = call(store, "keys");
-    EXPECT_EQ(std::count(keys.begin(), keys.end(), '\0'), kThreads * kPerThread);
 }
 
 }  // namespace

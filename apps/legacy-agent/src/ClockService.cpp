@@ -1,20 +1,26 @@
 #include "ClockService.h"
 
+#include "AvroMethod.h"
 #include "SampleServiceTraits.h"
 
 #include <time.h>
 
+#include <cstdint>
 #include <cstdio>
 
 namespace apps::legacyagent {
 
-using agent::core::transport::Message;
-
 ClockService::ClockService(const std::string& namePrefix)
-    : NativeLegacyServiceBase(namePrefix + kName, kSampleServiceVersion, sampleServiceMetadata(),
-                              kDirectoryCallTimeout) {
-    addMethod("now", [](const Message&) { return Message(formatUtc(std::chrono::system_clock::now())); });
-    addMethod("echo", [](const Message& request) { return request; });
+    : NativeLegacyServiceBase(namePrefix + kName, kSampleServiceVersion,
+                              sampleServiceMetadata(kAvroMultipartWireFormat), kDirectoryCallTimeout) {
+    addMethod("now", AvroMethod<std::string()>(name(), "now",
+                                               [] { return formatUtc(std::chrono::system_clock::now()); }));
+    addMethod("echo", AvroMethod<std::string(std::string)>(name(), "echo", [](std::string text) { return text; }));
+    addMethod("millisecondsSinceEpoch", AvroMethod<std::int64_t()>(name(), "millisecondsSinceEpoch", [] {
+                  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+                  return static_cast<std::int64_t>(
+                      std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch).count());
+              }));
 }
 
 std::string ClockService::formatUtc(std::chrono::system_clock::time_point time) {

@@ -7,11 +7,12 @@
 
 namespace apps::legacyagent {
 
-// A clock as a native legacy service: "<prefix>Clock", version 1.0.0.0, with
-// sampleServiceMetadata(). Payloads are raw bytes:
+// A clock as a native legacy service: "<prefix>Clock", version 1.0.0.0, wire format
+// kAvroMultipartWireFormat (Avro values, one part per argument; see AvroMethod):
 //
-//   now   request  ignored   reply  the time in UTC as text, "YYYY-MM-DDThh:mm:ss.mmmZ"
-//   echo  request  any bytes reply  the same bytes
+//   now()                     -> string, the time in UTC, "YYYY-MM-DDThh:mm:ss.mmmZ"
+//   echo(string text)         -> string, the same text
+//   millisecondsSinceEpoch()  -> long (int64), milliseconds since 1970-01-01T00:00:00Z
 //
 // Each instance serves once (see ServiceBase).
 class ClockService : public agent::core::service::NativeLegacyServiceBase {

@@ -1,5 +1,6 @@
 #include "KeyValueService.h"
 
+#include "AvroMethod.h"
 #include "LegacyAgentLogger.h"
 #include "SampleServiceTraits.h"
 
@@ -7,57 +8,38 @@
 
 namespace apps::legacyagent {
 
-using agent::core::transport::Message;
 using foundation::log::severity::warning;
 
 namespace {
 
-std::string text(const Message& message) {
-    return std::string(message.asStringView());
+std::string valueOrRefuse(boost::optional<std::string> value) {
+    if (!value) {
+        throw std::invalid_argument("No such key");
+    }
+    return std::move(*value);
 }
 
 }  // namespace
 
 KeyValueService::KeyValueService(const std::string& namePrefix, std::shared_ptr<KeyValueStore> store)
-    : NativeLegacyServiceBase(namePrefix + kName, kSampleServiceVersion, sampleServiceMetadata(),
-                              kDirectoryCallTimeout) {
-    addMethod("put", [store](const Message& request) {
-        try {
-            const std::string payload = text(request);
-            const auto nul = payload.find('\0');
-            if (nul == std::string::npos) {
-                throw std::invalid_argument("put needs a key, a NUL byte and the value");
-            }
-            store->put(payload.substr(0, nul), payload.substr(nul + 1));
-        } catch (const std::exception& e) {
-            // The caller gets the text as its failure; the log shows a client misbehaving.
-            FOUNDATION_LOG(legacyAgentLogger(), warning)
-                << "Refused a put of " << request.size() << " bytes: " << e.what();
-            throw;
-        }
-        return Message();
-    });
-    addMethod("get", [store](const Message& request) {
-        auto value = store->get(text(request));
-        if (!value) {
-            throw std::invalid_argument("No such key");
-        }
-        return Message(*value);
-    });
-    addMethod("remove", [store](const Message& request) {
-        auto value = store->remove(text(request));
-        if (!value) {
-            throw std::invalid_argument("No such key");
-        }
-        return Message(*value);
-    });
-    addMethod("keys", [store](const Message&) {
-        Message reply;
-        for (const auto& key : store->keys()) {
-            reply.append(key.data(), key.size() + 1);  // with its terminating NUL
-        }
-        return reply;
-    });
+    : NativeLegacyServiceBase(namePrefix + kName, kSampleServiceVersion,
+                              sampleServiceMetadata(kAvroMultipartWireFormat), kDirectoryCallTimeout) {
+    addMethod("put", AvroMethod<void(std::string, std::string)>(
+                         name(), "put", [store](std::string key, std::string value) {
+                             try {
+                                 store->put(key, std::move(value));
+                             } catch (const std::exception& e) {
+                                 // The caller gets the text as its failure; the log shows a client misbehaving.
+                                 FOUNDATION_LOG(legacyAgentLogger(), warning)
+                                     << "Refused a put of a " << key.size() << "-byte key: " << e.what();
+                                 throw;
+                             }
+                         }));
+    addMethod("get", AvroMethod<std::string(std::string)>(
+                         name(), "get", [store](std::string key) { return valueOrRefuse(store->get(key)); }));
+    addMethod("remove", AvroMethod<std::string(std::string)>(
+                            name(), "remove", [store](std::string key) { return valueOrRefuse(store->remove(key)); }));
+    addMethod("keys", AvroMethod<std::vector<std::string>()>(name(), "keys", [store] { return store->keys(); }));
 }
 
 }  // namespace apps::legacyagent

@@ -10,18 +10,17 @@
 namespace apps::legacyagent {
 
 // The key-value store as a native legacy service: "<prefix>KeyValueStore", version 1.0.0.0,
-// with sampleServiceMetadata(). Payloads are raw bytes, one request and one reply Message per call:
+// wire format kAvroMultipartWireFormat (Avro values, one part per argument; see AvroMethod):
 //
-//   put     request  <key> NUL <value>   (the first NUL byte ends the key; the value is
-//                                          every byte after it, NULs included)
-//           reply    empty
-//   get     request  <key>                reply  the value
-//   remove  request  <key>                reply  the value it had
-//   keys    request  ignored              reply  every key, sorted, each followed by NUL
+//   put(string key, string value)        -> nothing (one empty part)
+//   get(string key)                      -> string, the value
+//   remove(string key)                   -> string, the value it had
+//   keys()                               -> array<string>, every key, sorted bytewise
 //
-// Refusals are failure replies with these texts: "put needs a key, a NUL byte and the
-// value", "No such key", and KeyValueStore::put's errors ("Key is empty", "The store is
-// full", ...); a refused put is also logged as a warning.
+// Avro strings carry any bytes, so values (and the texts of keys) need not be UTF-8.
+// Refusals are failure replies with these texts: "No such key", KeyValueStore::put's errors
+// ("Key is empty", "The store is full", ...), and AvroMethod's for a malformed request; a
+// refused put and a malformed request are also logged as warnings.
 //
 // Each instance serves once (see ServiceBase); a new one for the same store serves the same
 // data. The store is shared with the request handlers, so a request still running after

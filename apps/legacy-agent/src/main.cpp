@@ -5,6 +5,7 @@
 #include "KeyValueStore.h"
 #include "LegacyAgentLogger.h"
 #include "LegacyAgentOptions.h"
+#include "RawEchoService.h"
 #include "ServiceKeeper.h"
 
 #include "apps/common/AppMain.h"
@@ -39,7 +40,8 @@ int run(const LegacyAgentOptions& options, const TerminationSignals& signals) {
     apps::legacyagent::ServiceKeeper keeper(
         container,
         {[prefix, store] { return std::make_shared<apps::legacyagent::KeyValueService>(prefix, store); },
-         [prefix] { return std::make_shared<apps::legacyagent::ClockService>(prefix); }},
+         [prefix] { return std::make_shared<apps::legacyagent::ClockService>(prefix); },
+         [prefix] { return std::make_shared<apps::legacyagent::RawEchoService>(prefix); }},
         kCheckInterval);
     if (!keeper.start()) {
         std::cerr << "legacy-agent: Cannot enter the services into the directory of " << options.exchange << "\n";
