@@ -1,0 +1,157 @@
+#pragma once
+
+// A framework running what a host runs: Declarative Services, Configuration Admin, the four
+// platform bundles and the publisher bundle. Tests drive it as users do: configurations through
+// Configuration Admin, interfaces through the publisher service, calls through the invokable
+// publisher.
+
+#include "support/Barrier.h"
+#include "support/FrameworkFixture.h"
+#include "support/WaitFor.h"
+
+#include "agent/directory/DirectoryServiceClient.h"
+#include "agent/spf/core/Invokable.h"
+#include "agent/spf/core/ServiceInterface.h"
+#include "agent/spf/inprocessdiscovery/InProcessDiscovery.h"
+#include "agent/spf/serialisation/SerialisationCatalogue.h"
+#include "agent/spf/servicepublisher/InvokableCall.h"
+#include "agent/spf/servicepublisher/InvokablePublisher.h"
+#include "agent/spf/servicepublisher/ServicePublisher.h"
+
+#include "foundation/log/Sink.h"
+
+#include <cppmicroservices/Any.h>
+#include <cppmicroservices/cm/ConfigurationAdmin.hpp>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace publishertest {
+
+inline constexpr std::chrono::seconds kDeadline{20};
+inline constexpr std::chrono::milliseconds kCallTimeout{10000};
+
+// Holds the calls that pass it until it is opened, and counts them.
+class Gate {
+public:
+    void pass() {
+        std::unique_lock<std::mutex> lock(gateMutex_);
+        ++passers_;
+        changed_.notify_all();
+        changed_.wait(lock, [this] { return open_; });
+    }
+    void open() {
+        std::lock_guard<std::mutex> lock(gateMutex_);
+        open_ = true;
+        changed_.notify_all();
+    }
+    bool waitForPassers(int count) {
+        std::unique_lock<std::mutex> lock(gateMutex_);
+        return changed_.wait_for(lock, kDeadline, [&] { return passers_ >= count; });
+    }
+
+private:
+    std::mutex gateMutex_;  // guards the two below
+    std::condition_variable changed_;
+    int passers_ = 0;
+    bool open_ = false;
+};
+
+class EndToEndFixture : public testsupport::FrameworkFixture {
+protected:
+    using InvokablePublisher = agent::spf::servicepublisher::InvokablePublisher<agent::spf::core::Invokable>;
+    // (name, major version, uniqueID) of a configured service.
+    using ServiceRequest = std::tuple<std::string, int, std::string>;
+
+    void SetUp() override {
+        foundation::log::removeSink(foundation::log::defaultStderrSink());
+        FrameworkFixture::SetUp();
+        for (const auto* bundle : {"DeclarativeServices", "ConfigurationAdmin", "spf_invokablepublisher",
+                                   "spf_serialisationcatalogue", "spf_threadpoolprovider", "spf_inprocessdiscovery",
+                                   "agentspflegacyservicepublisher"}) {
+            Install(std::string(PUBLISHER_TEST_BUNDLE_DIR) + "/lib" + bundle + ".so").Start();
+        }
+        ASSERT_TRUE(testsupport::WaitFor([this] { return publisherService() != nullptr; }, kDeadline));
+        auto discovery = service<agent::spf::inprocessdiscovery::InProcessDiscovery>();
+        ASSERT_NE(nullptr, discovery);
+        lister = discovery->getFrameworkDiscoveryService(0);
+    }
+
+    void TearDown() override {
+        lister.reset();
+        FrameworkFixture::TearDown();
+        foundation::log::addSink(foundation::log::defaultStderrSink());
+    }
+
+    template <class S>
+    std::shared_ptr<S> service() {
+        auto reference = context.GetServiceReference<S>();
+        return reference ? context.GetService(reference) : nullptr;
+    }
+    std::shared_ptr<agent::spf::servicepublisher::ServicePublisher> publisherService() {
+        return service<agent::spf::servicepublisher::ServicePublisher>();
+    }
+    std::shared_ptr<InvokablePublisher> invokablePublisher() { return service<InvokablePublisher>(); }
+
+    // Creates or changes publisher configuration `name` and waits until it was delivered.
+    void configure(const std::string& name, const std::vector<std::string>& endpoints,
+                   const std::vector<ServiceRequest>& services) {
+        using cppmicroservices::Any;
+        using cppmicroservices::AnyMap;
+        std::vector<Any> endpointList;
+        for (const auto& endpoint : endpoints) {
+            endpointList.emplace_back(endpoint);
+        }
+        std::vector<Any> serviceList;
+        for (const auto& [serviceName, major, uniqueID] : services) {
+            serviceList.emplace_back(AnyMap{{"name", Any(serviceName)},
+                                            {"version", Any(AnyMap{{"major", Any(major)}})},
+                                            {"requestedProperties", Any(AnyMap{})},
+                                            {"uniqueID", Any(uniqueID)}});
+        }
+        const AnyMap properties{{"modificationCount", Any(++modificationCount)},
+                                {"config", Any(AnyMap{{"endpointsToConnectTo", Any(endpointList)}})},
+                                {"serviceConfigurations", Any(serviceList)}};
+        auto update = configurationNamed(name)->Update(properties);
+        ASSERT_EQ(std::future_status::ready, update.wait_for(kDeadline));
+    }
+
+    void removeConfiguration(const std::string& name) {
+        ASSERT_EQ(std::future_status::ready, configurationNamed(name)->Remove().wait_for(kDeadline));
+    }
+
+    // Waits until exactly `count` factories of that name and major version are published.
+    bool waitForFactories(const std::string& name, std::uint32_t major, std::size_t count) {
+        return testsupport::WaitFor(
+            [&] { return invokablePublisher()->findInvokableFactories(name, major).size() == count; }, kDeadline);
+    }
+
+    std::shared_ptr<agent::spf::core::Invokable> getInvokable(const std::string& name, std::uint32_t major) {
+        const auto factories = invokablePublisher()->findInvokableFactories(name, major);
+        return factories.empty() ? nullptr : invokablePublisher()->getInvokable(factories.front().handle);
+    }
+
+    // The uuids of the instances of that name in the in-process exchange's directory.
+    std::vector<boost::uuids::uuid> directoryLists(const std::string& name) const {
+        return lister->queryDirectoryForServiceUUIDs(name);
+    }
+
+    std::unique_ptr<agent::directory::DirectoryServiceClient> lister;
+
+private:
+    std::shared_ptr<cppmicroservices::service::cm::Configuration> configurationNamed(const std::string& name) {
+        return service<cppmicroservices::service::cm::ConfigurationAdmin>()->GetFactoryConfiguration(
+            "qz.spf.legacyservicepublisher", name);
+    }
+
+    int modificationCount = 0;
+};
+
+}  // namespace publishertest

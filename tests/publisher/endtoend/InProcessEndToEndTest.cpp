@@ -1,0 +1,209 @@
+// The whole road on the in-process exchange: the publisher bundle in a framework with
+// Declarative Services, Configuration Admin and the platform bundles; a configuration through
+// Configuration Admin, an interface through publishService, and an SPF client calling the
+// legacy service through the invokable it finds.
+
+#include "CallbackService.h"
+#include "EndToEndFixture.h"
+
+#include "agent/spf/core/ExportedCallback.h"
+#include "agent/spf/legacyservicewrapper/ReceivedCallback.h"
+
+#include <gmock/gmock.h>
+
+#include <boost/uuid/random_generator.hpp>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace publishertest {
+namespace {
+
+using agent::spf::core::APIVersion;
+using agent::spf::core::ServiceInterface;
+using agent::spf::servicepublisher::call;
+using ::testing::HasSubstr;
+
+// Answers each of its typed methods with its argument, so that every value crosses the wire twice.
+ServiceInterface echoInterface(std::shared_ptr<Gate> gate) {
+    ServiceInterface echo("e2e.Echo", APIVersion(1, 2, 3, 4));
+    echo.addMethod("bool", [](bool v) { return v; })
+        .addMethod("int32", [](std::int32_t v) { return v; })
+        .addMethod("int64", [](std::int64_t v) { return v; })
+        .addMethod("float", [](float v) { return v; })
+        .addMethod("double", [](double v) { return v; })
+        .addMethod("string", [](std::string v) { return v; })
+        .addMethod("bytes", [](std::vector<std::uint8_t> v) { return v; })
+        .addMethod("uuid", [](boost::uuids::uuid v) { return v; })
+        .addMethod("array", [](std::vector<std::int32_t> v) { return v; })
+        .addMethod("map", [](std::map<std::string, double> v) { return v; })
+        .addMethod("optional", [](std::optional<std::string> v) { return v; })
+        .addMethod("add", [](std::int32_t a, std::int64_t b) { return a + b; })
+        .addMethod("nothing", [] {})
+        .addMethod("fail", []() -> std::int32_t { throw std::runtime_error("refused by the service"); })
+        .addMethod("wait", [gate]() -> std::int32_t {
+            gate->pass();
+            return 7;
+        });
+    return echo;
+}
+
+class InProcessEndToEndTest : public EndToEndFixture {
+protected:
+    void SetUp() override {
+        EndToEndFixture::SetUp();
+        configure("e2e", {"inprocess"}, {{"e2e.Echo", 1, "echo"}});
+        interfaceId = publisherService()->publishService(echoInterface(gate));
+        ASSERT_TRUE(waitForFactories("e2e.Echo", 1, 1));
+        invokable = getInvokable("e2e.Echo", 1);
+    }
+
+    void TearDown() override {
+        gate->open();
+        invokable.reset();
+        if (callbackService) {
+            callbackService->stop();
+        }
+        callbackClient.reset();
+        EndToEndFixture::TearDown();
+    }
+
+    // Started by the test itself on the in-process exchange, not by the publisher.
+    std::shared_ptr<CallbackService> startCallbackService() {
+        callbackClient = service<agent::spf::inprocessdiscovery::InProcessDiscovery>()->getFrameworkDiscoveryService(0);
+        callbackService = std::make_shared<CallbackService>(service<agent::spf::serialisation::SerialisationCatalogue>());
+        EXPECT_TRUE(callbackService->start({{}, callbackClient->getAssociatedContext()}));
+        return callbackService;
+    }
+
+    template <class T>
+    void expectEcho(const std::string& method, T value) {
+        auto result = call<T>(*invokable, method, kCallTimeout, value);
+        ASSERT_EQ(std::future_status::ready, result.wait_for(kDeadline)) << method;
+        EXPECT_EQ(value, result.get()) << method;
+    }
+
+    std::shared_ptr<Gate> gate = std::make_shared<Gate>();
+    boost::uuids::uuid interfaceId{};
+    std::shared_ptr<agent::spf::core::Invokable> invokable;
+    std::unique_ptr<agent::directory::DirectoryServiceClient> callbackClient;
+    std::shared_ptr<CallbackService> callbackService;
+};
+
+TEST_F(InProcessEndToEndTest, TheFactoryDescribesTheInstanceAndEveryAvroTypeTravelsBothWays) {
+    const auto factories = invokablePublisher()->findInvokableFactories("e2e.Echo", 1);
+    ASSERT_EQ(1u, factories.size());
+    EXPECT_EQ(APIVersion(1, 2, 3, 4), factories[0].version);
+    EXPECT_EQ("inprocess", cppmicroservices::any_cast<std::string>(factories[0].endpointProperties.at("endpointAddress")));
+    EXPECT_EQ("application/octet-stream+spf/avro+spf/multipart",
+              cppmicroservices::any_cast<std::string>(factories[0].serviceProperties.at("spf.wireFormat")));
+
+    expectEcho("bool", true);
+    expectEcho("int32", std::int32_t{-2147483647 - 1});
+    expectEcho("int64", std::int64_t{1} << 62);
+    expectEcho("float", 1.5f);
+    expectEcho("double", -0.125);
+    expectEcho("string", std::string("grüße\0x", 9));
+    expectEcho("bytes", std::vector<std::uint8_t>{0, 255, 7});
+    expectEcho("uuid", boost::uuids::random_generator()());
+    expectEcho("array", std::vector<std::int32_t>{3, -1, 0});
+    expectEcho("map", std::map<std::string, double>{{"a", 1.0}, {"", -2.5}});
+    expectEcho("optional", std::optional<std::string>("present"));
+    expectEcho("optional", std::optional<std::string>());
+
+    auto sum = call<std::int64_t>(*invokable, "add", kCallTimeout, std::int32_t{-3}, std::int64_t{1} << 40);
+    EXPECT_EQ((std::int64_t{1} << 40) - 3, sum.get());
+    EXPECT_NO_THROW(call<void>(*invokable, "nothing", kCallTimeout).get());
+}
+
+TEST_F(InProcessEndToEndTest, FailuresReachTheHandlerWithTheirTexts) {
+    struct Case {
+        const char* method;
+        std::optional<std::chrono::milliseconds> timeout;
+        const char* text;
+    };
+    for (const auto& c : {Case{"fail", kCallTimeout, "refused by the service"},
+                          Case{"wait", std::chrono::milliseconds(0), "Timeout"},
+                          Case{"wait", std::chrono::milliseconds(50), "Timeout"},
+                          Case{"no such method", kCallTimeout, "bad_function_call"}}) {
+        auto result = call<std::int32_t>(*invokable, c.method, c.timeout);
+        ASSERT_EQ(std::future_status::ready, result.wait_for(kDeadline)) << c.method;
+        EXPECT_THAT([&] { result.get(); }, ::testing::ThrowsMessage<std::exception>(HasSubstr(c.text))) << c.method;
+    }
+    // Wrong argument types are refused by the service and the invokable goes on.
+    EXPECT_ANY_THROW(call<std::int32_t>(*invokable, "int32", kCallTimeout, std::string("x")).get());
+    expectEcho("int32", std::int32_t{5});
+}
+
+TEST_F(InProcessEndToEndTest, RemovingTheConfigurationStopsTheServiceAndEveryCallCompletesOnce) {
+    constexpr int kCalls = 64;
+    // Keeps the in-process connection when "e2e" goes, so that only the instance stops.
+    configure("keep", {"inprocess"}, {});
+    std::vector<std::atomic<int>> completions(kCalls);
+    testsupport::Barrier start(kCalls + 1);
+    std::vector<std::thread> callers;
+    for (int i = 0; i < kCalls; ++i) {
+        callers.emplace_back([&, i] {
+            const auto once = [&completions, i] { ++completions[i]; };
+            start.ArriveAndWait();
+            invokable->invokeAsync(kCallTimeout, "wait",
+                                   {[once](agent::spf::core::GenericPayload) { once(); },
+                                    [once](std::exception_ptr) { once(); }, typeid(std::int32_t)},
+                                   {});
+        });
+    }
+    start.ArriveAndWait();
+    ASSERT_TRUE(gate->waitForPassers(1));
+    removeConfiguration("e2e");
+    // The instance leaves the directory while calls are still inside it.
+    ASSERT_TRUE(testsupport::WaitFor([this] { return directoryLists("e2e.Echo").empty(); }, kDeadline));
+    gate->open();
+    for (auto& caller : callers) {
+        caller.join();
+    }
+
+    ASSERT_TRUE(waitForFactories("e2e.Echo", 1, 0));
+    auto late = call<std::int32_t>(*invokable, "int32", kCallTimeout, std::int32_t{1});
+    ASSERT_EQ(std::future_status::ready, late.wait_for(kDeadline));
+    EXPECT_THAT([&] { late.get(); }, ::testing::ThrowsMessage<std::runtime_error>("Service is no longer valid"));
+    for (int i = 0; i < kCalls; ++i) {
+        EXPECT_EQ(1, completions[i].load()) << "call " << i;
+    }
+}
+
+TEST_F(InProcessEndToEndTest, AnExportedCallbackIsCalledByTheServiceAndEitherSideMayRemoveIt) {
+    auto service = startCallbackService();
+    ASSERT_TRUE(waitForFactories("e2e.Callbacks", 1, 1));
+    auto callbacks = getInvokable("e2e.Callbacks", 1);
+
+    std::vector<std::string> seen;
+    std::mutex seenMutex;
+    auto progress = agent::spf::core::ExportedCallback::make([&](std::string step, std::int32_t percent) {
+        std::lock_guard<std::mutex> lock(seenMutex);
+        seen.push_back(step + ":" + std::to_string(percent));
+        return percent * 2;
+    });
+    EXPECT_EQ(3, call<std::int32_t>(*callbacks, "report", kCallTimeout, progress, std::int32_t{3}).get());
+    {
+        std::lock_guard<std::mutex> lock(seenMutex);
+        EXPECT_EQ((std::vector<std::string>{"step:0", "step:1", "step:2"}), seen);
+    }
+
+    // The client removes it: the service hears of it, and its next call finds it gone.
+    progress.remove();
+    ASSERT_TRUE(testsupport::WaitFor([&] { return !service->lastCallback()->isActive(); }, kDeadline));
+    EXPECT_ANY_THROW(service->lastCallback()->invoke<std::int32_t>(std::string("late"), std::int32_t{9}));
+
+    // The service removes another: the client's side sees it inactive.
+    auto second = agent::spf::core::ExportedCallback::make([](std::string, std::int32_t p) { return p; });
+    EXPECT_EQ(1, call<std::int32_t>(*callbacks, "report", kCallTimeout, second, std::int32_t{1}).get());
+    service->lastCallback()->remove();
+    EXPECT_TRUE(testsupport::WaitFor([&] { return !second.getSharedState()->isActive(); }, kDeadline));
+}
+
+}  // namespace
+}  // namespace publishertest
