@@ -1,7 +1,8 @@
-// Offers the host's serialisation catalogue, with every Avro type the platform knows
-// registered, while the bundle is active. Other bundles add their own types to it.
+// Offers the host's serialisation catalogue, with every Avro type the platform knows and the
+// plain byte types registered, while the bundle is active. Other bundles add their own types to it.
 
 #include "agent/spf/bundles/SingleServiceActivator.h"
+#include "agent/spf/serialisation/RawBytes.h"
 #include "agent/spf/serialisation/SerialisationCatalogue.h"
 #include "agent/spf/serialisation/avro/Avro.h"
 
@@ -17,6 +18,7 @@ protected:
     std::shared_ptr<SerialisationCatalogue> makeService() override {
         auto catalogue = std::make_shared<SerialisationCatalogue>();
         agent::spf::serialisation::registerAvroTypes(*catalogue);
+        agent::spf::serialisation::registerRawTypes(*catalogue);
         return catalogue;
     }
 };
