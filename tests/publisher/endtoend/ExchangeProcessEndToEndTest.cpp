@@ -1,0 +1,218 @@
+// The publisher against exchanges in other processes: agent-exchange on an ipc:// endpoint with
+// legacy-agent beside it, found literally or through the agent registry of either connector
+// mode, stopped and killed under the publisher's feet.
+
+#include "ChildProcess.h"
+#include "EndToEndFixture.h"
+
+#include "agent/control/AgentInfo.h"
+#include "agent/control/AgentRegistration.h"
+#include "agent/spf/externalprocessdiscovery/FixedUserStorageRootOverride.h"
+#include "agent/spf/externalprocessdiscovery/UserStorageRootOverride.h"
+
+#include "foundation/log/CaptureSink.h"
+#include "foundation/text/Utf.h"
+
+#include <gmock/gmock.h>
+
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace publishertest {
+namespace {
+
+using agent::spf::core::APIVersion;
+using agent::spf::servicepublisher::call;
+using e2e::ChildProcess;
+
+std::chrono::steady_clock::time_point soon() {
+    return std::chrono::steady_clock::now() + kDeadline;
+}
+
+class ExchangeProcessTest : public EndToEndFixture {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/lsp-publisher-e2e-XXXXXX";
+        ASSERT_NE(nullptr, ::mkdtemp(pattern));
+        folder = pattern;
+        foundation::log::addSink(log);
+        EndToEndFixture::SetUp();
+        for (const char* mode : {"korvexdrive", "desktopservices"}) {
+            context.RegisterService<agent::spf::externalprocessdiscovery::UserStorageRootOverride>(
+                std::make_shared<agent::spf::externalprocessdiscovery::FixedUserStorageRootOverride>(
+                    boost::none, foundation::text::toUtf16(registry())),
+                {{"mode", cppmicroservices::Any(std::string(mode))}});
+        }
+    }
+
+    void TearDown() override {
+        EndToEndFixture::TearDown();
+        foundation::log::removeSink(log);
+        // Agents before exchanges, so that each agent can take leave of its exchange.
+        for (auto* children : {&agents, &exchanges}) {
+            for (auto& child : *children) {
+                if (!child->hasExited()) {
+                    child->signal(SIGTERM);
+                    const auto status = child->waitForExit(soon());
+                    ASSERT_TRUE(status) << "child " << child->pid() << " did not end on SIGTERM";
+                    EXPECT_EQ("exit status 0", ChildProcess::describe(*status));
+                }
+            }
+        }
+        std::error_code ignored;
+        std::filesystem::remove_all(folder, ignored);
+    }
+
+    std::string url() const { return "ipc://" + folder + "/exchange.sock"; }
+    std::string registry() const { return folder + "/registry"; }
+
+    // An exchange on url() entered in the registry of `mode` (the test's registry, or `registryRoot`).
+    ChildProcess& startExchange(const std::string& mode, const std::string& registryRoot = "") {
+        exchanges.push_back(std::make_unique<ChildProcess>(
+            AGENT_EXCHANGE_PATH, std::vector<std::string>{"--name", "exchange", "--endpoint", url(), "--mode", mode,
+                                                          "--registry", registryRoot.empty() ? registry() : registryRoot}));
+        const auto line = exchanges.back()->readLine(soon());
+        EXPECT_TRUE(line && line->rfind("listening ", 0) == 0) << line.value_or("<nothing>");
+        return *exchanges.back();
+    }
+
+    ChildProcess& startLegacyAgent() {
+        agents.push_back(std::make_unique<ChildProcess>(LEGACY_AGENT_PATH, std::vector<std::string>{"--exchange", url()}));
+        EXPECT_EQ("ready", agents.back()->readLine(soon()).value_or("<nothing>"));
+        return *agents.back();
+    }
+
+    // The names of the factories published for instances on url(), sorted.
+    std::vector<std::string> factoriesOnTheExchange() {
+        std::vector<std::string> names;
+        for (const auto& factory : invokablePublisher()->getInvokableFactories()) {
+            const auto endpoint = factory.endpointProperties.find("endpointAddress");
+            if (endpoint != factory.endpointProperties.end() &&
+                cppmicroservices::any_cast<std::string>(endpoint->second) == url()) {
+                names.push_back(factory.name);
+            }
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    bool eventuallyPublished(const std::vector<std::string>& names) {
+        return testsupport::WaitFor([&] { return factoriesOnTheExchange() == names; }, kDeadline);
+    }
+
+    std::size_t logged(const std::string& text) const {
+        const auto texts = log->texts();
+        return static_cast<std::size_t>(std::count(texts.begin(), texts.end(), text));
+    }
+
+    const std::vector<std::string> sampleServices{"Clock", "KeyValueStore", "RawEcho"};
+    std::shared_ptr<foundation::log::capture_sink> log =
+        std::make_shared<foundation::log::capture_sink>("agent::spf::legacyservicepublisher");
+    std::string folder;
+    std::vector<std::unique_ptr<ChildProcess>> agents;
+    std::vector<std::unique_ptr<ChildProcess>> exchanges;
+};
+
+struct Way {
+    const char* endpoint;  // nullptr: the exchange's own url, literally
+    const char* mode;
+};
+
+class FindingTheExchangeTest : public ExchangeProcessTest, public ::testing::WithParamInterface<Way> {};
+
+TEST_P(FindingTheExchangeTest, EveryInstanceOnItIsPublishedOnceAndCallable) {
+    startExchange(GetParam().mode);
+    startLegacyAgent();
+    const std::string endpoint = GetParam().endpoint ? GetParam().endpoint : url();
+    configure("agents", {endpoint}, {{"e2e.Sum", 1, "sum"}});
+    agent::spf::core::ServiceInterface sum("e2e.Sum", APIVersion(1, 1));
+    sum.addMethod("add", [](std::int64_t a, std::int64_t b) { return a + b; });
+    publisherService()->publishService(sum);
+
+    // The publisher's own service and the agent's alike, each once.
+    ASSERT_TRUE(eventuallyPublished({"Clock", "KeyValueStore", "RawEcho", "e2e.Sum"}));
+    auto store = getInvokable("KeyValueStore", 1);
+    call<void>(*store, "put", kCallTimeout, std::string("colour"), std::string("teal")).get();
+    EXPECT_EQ("teal", call<std::string>(*store, "get", kCallTimeout, std::string("colour")).get());
+    EXPECT_THAT((call<std::vector<std::string>>(*store, "keys", kCallTimeout).get()), ::testing::ElementsAre("colour"));
+    EXPECT_EQ("tick", call<std::string>(*getInvokable("Clock", 1), "echo", kCallTimeout, std::string("tick")).get());
+    const std::vector<std::uint8_t> raw{0, 1, 2, 255};
+    EXPECT_EQ(raw, call<std::vector<std::uint8_t>>(*getInvokable("RawEcho", 1), "echo", kCallTimeout, raw).get());
+    EXPECT_EQ(5, call<std::int64_t>(*getInvokable("e2e.Sum", 1), "add", kCallTimeout, std::int64_t{2}, std::int64_t{3})
+                     .get());
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, FindingTheExchangeTest,
+                         ::testing::Values(Way{nullptr, "desktopservices"},
+                                           Way{"norbridgeServiceHostDiscovery", "desktopservices"},
+                                           Way{"korvexConnectorDiscovery", "korvexdrive"}),
+                         [](const auto& info) {
+                             return std::string(info.param.endpoint ? info.param.endpoint : "literal");
+                         });
+
+TEST_F(ExchangeProcessTest, AnExchangeThatStopsIsTornDownVetoedOnceAndPublishedAgainOnceBack) {
+    // The registry keeps listing the exchange while it restarts: the entry is the test's own.
+    const agent::control::AgentRegistration entry(
+        registry(), agent::control::AgentInfo("host", url(), ::getpid(), agent::control::AgentMode::DesktopServices));
+    auto& exchange = startExchange("desktopservices", folder + "/elsewhere");
+    startLegacyAgent();
+    configure("agents", {"norbridgeServiceHostDiscovery"}, {});
+    ASSERT_TRUE(eventuallyPublished(sampleServices));
+
+    exchange.signal(SIGTERM);
+    ASSERT_TRUE(exchange.waitForExit(soon()));
+    ASSERT_TRUE(eventuallyPublished({}));
+    EXPECT_TRUE(testsupport::WaitFor(
+        [&] { return logged("AgentConnection to " + url() + " vetoed once as it has just shutdown.") == 1; },
+        kDeadline));
+    EXPECT_EQ(1u, logged("Forcing teardown of exchange endpoint: " + url()));
+
+    startExchange("desktopservices", folder + "/elsewhere");
+    EXPECT_TRUE(eventuallyPublished(sampleServices));
+}
+
+TEST_F(ExchangeProcessTest, AKilledExchangeFailsCallsInFlightAtOnceAndLeavesNoFactoryBehind) {
+    auto& exchange = startExchange("desktopservices");
+    startLegacyAgent();
+    auto gate = std::make_shared<Gate>();
+    configure("agents", {url()}, {{"e2e.Slow", 1, "slow"}});
+    agent::spf::core::ServiceInterface slow("e2e.Slow", APIVersion(1));
+    slow.addMethod("wait", [gate]() -> std::int32_t {
+        gate->pass();
+        return 1;
+    });
+    publisherService()->publishService(slow);
+    ASSERT_TRUE(eventuallyPublished({"Clock", "KeyValueStore", "RawEcho", "e2e.Slow"}));
+
+    // Held: giving an invokable back waits for its calls to end.
+    const auto slowInvokable = getInvokable("e2e.Slow", 1);
+    auto inFlight = call<std::int32_t>(*slowInvokable, "wait", kCallTimeout);
+   ASSERT_TRUE(gate->waitForPassers(1));
+    exchange.signal(SIGKILL);
+    ASSERT_TRUE(exchange.waitForExit(soon()));
+
+    // The reply cannot come while the gate is shut: a failure now is the lost connection's.
+    ASSERT_EQ(std::future_status::ready, inFlight.wait_for(kDeadline));
+    try {
+        inFlight.get();
+        ADD_FAILURE() << "the call in flight succeeded";
+    } catch (const std::exception& e) {
+        EXPECT_THAT(e.what(), ::testing::Not(::testing::AnyOf(::testing::HasSubstr("Timeout"),
+                                                              ::testing::HasSubstr("timed out"))));
+    }
+    gate->open();
+    // No directory tells of the kill: failed queries tear the connection down.
+    EXPECT_TRUE(eventuallyPublished({}));
+    EXPECT_EQ(1u, logged("Cleaning up Agent Connection for exchange endpoint: " + url()));
+}
+
+}  // namespace
+}  // namespace publishertest
