@@ -91,6 +91,11 @@ boost::uuids::uuid NativeLegacyServiceBase::serviceInstance() const {
     return instance_;
 }
 
+transport::Transport* NativeLegacyServiceBase::getTransport() const {
+    std::lock_guard<std::mutex> lock(lifecycleMutex_);
+    return transport_;
+}
+
 std::string NativeLegacyServiceBase::withdrawLocked() {
     std::string failure;
     if (transport_ == nullptr) {

@@ -49,6 +49,11 @@ protected:
     // std::logic_error("Methods are added before start").
     void addMethod(const std::string& method, transport::RequestHandler handler);
 
+    // The transport the service runs on while started, null otherwise: for handlers that
+    // send requests of their own (to a callback a client passed, say). Borrowed from the
+    // container, which outlives its services. Any thread; takes the lifecycle lock briefly.
+    transport::Transport* getTransport() const;
+
 private:
     // Needs lifecycleMutex_ held. Return the failure's text, empty on success.
     std::string startLocked(const serviceutils::Context& context);
