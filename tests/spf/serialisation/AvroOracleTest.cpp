@@ -241,14 +241,11 @@ std::vector<OracleCase> makeCases() {
     t.add("record without weight", pointSchema(), oracle::Point{0, 0, "", std::nullopt},
           {{"x", 0}, {"y", 0}, {"label", ""}, {"weight", nullptr}});
     // The second field names the fixed type the first defines, as Avro requires.
-    t.add("exported callback reference",
-          json{{"type", "record"},
-               {"name", "ExportedCallbackReference"},
-               {"fields",
-                {{{"name", "callbackUUID"}, {"type", uuidSchema()}},
-                 {{"name", "removalMethodAddress"}, {"type", "uuid"}}}}},
+    t.add("callback reference",
+          json{{"type", "record"}, {"name", "Ref"},
+               {"fields", {{{"name", "c"}, {"type", uuidSchema()}}, {{"name", "r"}, {"type", "uuid"}}}}},
           agent::spf::core::ExportedCallbackReference{id, nil},
-          {{"callbackUUID", "7ce1dbafc04446ecb423fbf560ad4cc5"}, {"removalMethodAddress", std::string(32, '0')}});
+          {{"c", "7ce1dbafc04446ecb423fbf560ad4cc5"}, {"r", std::string(32, '0')}});
     t.add("array<record>", json{{"type", "array"}, {"items", pointSchema()}},
           std::vector<oracle::Point>{{1, 2, "a", std::nullopt}}, {{{"x", 1}, {"y", 2}, {"label", "a"}, {"weight", nullptr}}});
     return t.cases;
