@@ -10,6 +10,7 @@
 #include "support/WaitFor.h"
 
 #include "agent/directory/DirectoryServiceClient.h"
+#include "agent/nanomsgtransport/Exchange.h"
 #include "agent/spf/core/Invokable.h"
 #include "agent/spf/core/ServiceInterface.h"
 #include "agent/spf/inprocessdiscovery/InProcessDiscovery.h"
@@ -27,6 +28,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -72,6 +74,9 @@ protected:
 
     void SetUp() override {
         foundation::log::removeSink(foundation::log::defaultStderrSink());
+        // nng's own threads live as long as the process once started: start them before counting.
+        agent::nanomsgtransport::Exchange().listen("inproc://publisher-end-to-end-warm-up");
+        threadsBeforeTheFramework = threadCount();
         FrameworkFixture::SetUp();
         for (const auto* bundle : {"DeclarativeServices", "ConfigurationAdmin", "spf_invokablepublisher",
                                    "spf_serialisationcatalogue", "spf_threadpoolprovider", "spf_inprocessdiscovery",
@@ -88,6 +93,23 @@ protected:
         lister.reset();
         FrameworkFixture::TearDown();
         foundation::log::addSink(foundation::log::defaultStderrSink());
+    }
+
+    static std::size_t threadCount() {
+        std::size_t count = 0;
+        for ([[maybe_unused]] const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+            ++count;
+        }
+        return count;
+    }
+
+    cppmicroservices::Bundle bundleNamed(const std::string& symbolicName) {
+        for (auto& bundle : context.GetBundles()) {
+            if (bundle.GetSymbolicName() == symbolicName) {
+                return bundle;
+            }
+        }
+        return {};
     }
 
     template <class S>
@@ -144,6 +166,7 @@ protected:
     }
 
     std::unique_ptr<agent::directory::DirectoryServiceClient> lister;
+    std::size_t threadsBeforeTheFramework = 0;
 
 private:
     std::shared_ptr<cppmicroservices::service::cm::Configuration> configurationNamed(const std::string& name) {

@@ -11,6 +11,10 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <boost/uuid/random_generator.hpp>
 
 #include <atomic>
@@ -203,6 +207,45 @@ TEST_F(InProcessEndToEndTest, AnExportedCallbackIsCalledByTheServiceAndEitherSid
     EXPECT_EQ(1, call<std::int32_t>(*callbacks, "report", kCallTimeout, second, std::int32_t{1}).get());
     service->lastCallback()->remove();
     EXPECT_TRUE(testsupport::WaitFor([&] { return !second.getSharedState()->isActive(); }, kDeadline));
+}
+
+// A Unix socket that takes connections into its backlog and never answers: dialling it
+// neither fails nor connects until the dialler gives up.
+class SilentSocket {
+public:
+    explicit SilentSocket(const std::string& path) : fd_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        ::unlink(path.c_str());
+        EXPECT_EQ(0, ::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address));
+        EXPECT_EQ(0, ::listen(fd_, 16));
+    }
+    ~SilentSocket() { ::close(fd_); }
+
+private:
+    int fd_;
+};
+
+TEST_F(InProcessEndToEndTest, StoppingWithACallInFlightAndAConnectionPendingReturnsAndLeavesNoThreadBehind) {
+    const std::string path = "/tmp/publisher-end-to-end-silent-" + std::to_string(::getpid()) + ".sock";
+    const SilentSocket silent(path);
+    configure("pending", {"ipc://" + path}, {});
+    auto inFlight = call<std::int32_t>(*invokable, "wait", kCallTimeout);
+    ASSERT_TRUE(gate->waitForPassers(1));
+
+    // Deactivation waits for the call (which times out behind the shut gate) and the pending
+    // connection (which gives up), and returns.
+    bundleNamed("com_norbridge_agentspflegacyservicepublisher").Stop();
+    EXPECT_EQ(std::future_status::ready, inFlight.wait_for(std::chrono::seconds(0)));
+    gate->open();
+    invokable.reset();
+    lister.reset();
+    StopFramework();
+    framework.reset();
+    EXPECT_TRUE(testsupport::WaitFor([this] { return threadCount() <= threadsBeforeTheFramework; }, kDeadline))
+        << threadCount() << " threads against " << threadsBeforeTheFramework << " before the framework started";
+    ::unlink(path.c_str());
 }
 
 }  // namespace
