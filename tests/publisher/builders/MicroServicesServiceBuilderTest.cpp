@@ -1,4 +1,9 @@
+// The micro-services builder with bundles built for it, in a real framework.
+
 #include "agent/spf/legacyservicepublisher/MicroServicesServiceBuilder.h"
+
+#include "agent/spf/legacyservicepublisher/DeclarativeServicesServiceBuilder.h"
+#include "agent/spf/serialisation/SerialisationCatalogue.h"
 
 #include "support/BuilderCalls.h"
 #include "support/FrameworkFixture.h"
@@ -15,83 +20,46 @@
 namespace agent::spf::legacyservicepublisher {
 namespace {
 
-using agent::core::service::ServiceBase;
 using agent::core::service::ServiceBuilderBase;
 using testsupport::failureOf;
-using testsupport::namesOfConcurrentCreates;
 
-std::string bundlePath(const std::string& target) { return std::string(BUILDERS_TEST_LIBRARY_DIR) + "/lib" + target + ".so"; }
-
-class TestService : public ServiceBase {
-public:
-    bool start(const agent::core::service::StartupConfiguration&) override { return false; }
-    void stop() override {}
-    std::string name() const override { return "registered by the test"; }
+class MicroServicesServiceBuilderTest : public testsupport::FrameworkFixture {
+protected:
+    cppmicroservices::Bundle install(const std::string& target) {
+        return Install(std::string(BUILDERS_TEST_LIBRARY_DIR) + "/lib" + target + ".so");
+    }
 };
 
-class TestBuilder : public ServiceBuilderBase {
-public:
-    std::shared_ptr<ServiceBase> create() override { return std::make_shared<TestService>(); }
-};
-
-using MicroServicesServiceBuilderTest = testsupport::FrameworkFixture;
-
-TEST_F(MicroServicesServiceBuilderTest, TheFirstCreateStartsTheBundleAndUsesItsFirstRegisteredBuilder) {
-    auto bundle = Install(bundlePath("PublisherTestBuilderBundle"));
-    ASSERT_TRUE(bundle);
+TEST_F(MicroServicesServiceBuilderTest, RacingFirstCreatesStartTheBundleOnceAndUseItsFirstRegisteredBuilder) {
+    auto bundle = install("PublisherTestBuilderBundle");
+    std::atomic<int> starts{0};
+    auto token = context.AddBundleListener([&](const cppmicroservices::BundleEvent& event) {
+        starts += event.GetBundle() == bundle && event.GetType() == cppmicroservices::BundleEvent::BUNDLE_STARTING;
+    });
     auto builder = MicroServicesServiceBuilder::make_shared(bundle);
     EXPECT_NE(bundle.GetState(), cppmicroservices::Bundle::STATE_ACTIVE) << "made without starting the bundle";
 
-    auto service = builder->create();
-    ASSERT_NE(service, nullptr);
-    EXPECT_EQ(service->name(), "first") << "the first builder in registration order, not the higher ranked one";
-    EXPECT_EQ(bundle.GetState(), cppmicroservices::Bundle::STATE_ACTIVE);
-    EXPECT_NE(builder->create(), service) << "each create() makes a new service";
-}
-
-TEST_F(MicroServicesServiceBuilderTest, ConcurrentFirstCreatesStartTheBundleOnce) {
-    auto bundle = Install(bundlePath("PublisherTestBuilderBundle"));
-    ASSERT_TRUE(bundle);
-    std::atomic<int> starts{0};
-    auto token = context.AddBundleListener([&](const cppmicroservices::BundleEvent& event) {
-        if (event.GetBundle() == bundle && event.GetType() == cppmicroservices::BundleEvent::BUNDLE_STARTING) {
-            ++starts;
-        }
-    });
-    auto builder = MicroServicesServiceBuilder::make_shared(bundle);
-
-    for (const auto& name : namesOfConcurrentCreates(*builder, 8)) {
-        EXPECT_EQ(name, "first");
+    for (const auto& name : testsupport::namesOfConcurrentCreates(*builder, 8)) {
+        EXPECT_EQ(name, "first") << "the first builder in registration order, not the higher ranked one";
     }
-    EXPECT_EQ(builder->create()->name(), "first");
+    const auto service = builder->create();
+    EXPECT_NE(builder->create(), service) << "each create() makes a new service";
+    EXPECT_EQ(bundle.GetState(), cppmicroservices::Bundle::STATE_ACTIVE);
     EXPECT_EQ(starts.load(), 1);
     context.RemoveListener(std::move(token));
 }
 
 TEST_F(MicroServicesServiceBuilderTest, ABundleWithoutABuilderFailsOnEveryCreateUntilItRegistersOne) {
-    auto bundle = Install(bundlePath("PublisherTestNoBuilderBundle"));
-    ASSERT_TRUE(bundle);
+    auto bundle = install("PublisherTestNoBuilderBundle");
     auto builder = MicroServicesServiceBuilder::make_shared(bundle);
-
     EXPECT_EQ(failureOf(*builder), "Couldn't find service builder reference");
     EXPECT_EQ(bundle.GetState(), cppmicroservices::Bundle::STATE_ACTIVE) << "started before looking";
     EXPECT_EQ(failureOf(*builder), "Couldn't find service builder reference");
-
     // Registered through the bundle's own context, so it is one of the bundle's services.
-    auto registration =
-        bundle.GetBundleContext().RegisterService<ServiceBuilderBase>(std::make_shared<TestBuilder>());
-    auto service = builder->create();
-    ASSERT_NE(service, nullptr);
-    EXPECT_EQ(service->name(), "registered by the test");
-}
-
-TEST_F(MicroServicesServiceBuilderTest, AFailureToStartTheBundlePassesThrough) {
-    auto bundle = Install(bundlePath("PublisherTestBuilderBundle"));
-    ASSERT_TRUE(bundle);
-    auto builder = MicroServicesServiceBuilder::make_shared(bundle);
-    bundle.Uninstall();
-    EXPECT_THROW(builder->create(), std::logic_error);
-    EXPECT_THROW(builder->create(), std::logic_error) << "tried again, failed again";
+    auto registration = bundle.GetBundleContext().RegisterService<ServiceBuilderBase>(
+        DeclarativeServicesServiceBuilder::make_shared(core::ServiceInterface("registered by the test", core::APIVersion(1)),
+                                                       std::make_shared<serialisation::SerialisationCatalogue>()));
+    EXPECT_EQ(builder->create()->name(), "registered by the test");
 }
 
 }  // namespace

@@ -12,18 +12,14 @@ namespace {
 
 std::atomic<int> getBuilderCalls{0};
 
-class LibraryService : public agent::core::service::ServiceBase {
-public:
+struct LibraryService : agent::core::service::ServiceBase {
     bool start(const agent::core::service::StartupConfiguration&) override { return false; }
     void stop() override {}
     std::string name() const override { return BUILDER_LIBRARY_SERVICE_NAME; }
 };
 
-class LibraryServiceBuilder : public agent::core::service::ServiceBuilderBase {
-public:
-    std::shared_ptr<agent::core::service::ServiceBase> create() override {
-        return std::make_shared<LibraryService>();
-    }
+struct LibraryServiceBuilder : agent::core::service::ServiceBuilderBase {
+    std::shared_ptr<agent::core::service::ServiceBase> create() override { return std::make_shared<LibraryService>(); }
 };
 
 }  // namespace
