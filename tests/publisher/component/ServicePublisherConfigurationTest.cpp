@@ -2,264 +2,176 @@
 
 #include "ServicePublisherFixture.h"
 
-#include <boost/property_tree/json_parser.hpp>
-
-#include <sstream>
-#include <stdexcept>
+#include <iterator>
+#include <optional>
+#include <tuple>
 
 namespace publishertest {
 namespace {
 
-using ConfigurationTest = ServicePublisherFixture;
+const std::string kString = "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >";
+const std::string kAnyVector = "std::vector<cppmicroservices::Any, std::allocator<cppmicroservices::Any> >";
+const std::string kBadCast = "cppmicroservices::BadAnyCastException: ";
 
-const std::string kPid = "qz.spf.legacyservicepublisher~demo";
-
-std::string json(const boost::property_tree::ptree& tree) {
-    std::ostringstream out;
-    boost::property_tree::write_json(out, tree, false);
-    return out.str();
+// `map` with `key` set to `value`, or without `key`.
+AnyMap with(AnyMap map, const std::string& key, std::optional<Any> value) {
+    if (value) {
+        map[key] = std::move(*value);
+    } else {
+        map.erase(key);
+    }
+    return map;
 }
 
 TEST(ConfigurationKeyTest, APidOfThirtyOneOrMoreCharactersLosesExactlyItsFirstThirty) {
-    const struct {
-        std::string pid;
-        std::string key;
-    } rows[] = {
-        {"qz.spf.legacyservicepublisher~demo", "demo"},
-        {"abc", "abc"},
-        {"", ""},
-        {std::string(30, 'p'), std::string(30, 'p')},
-        {std::string(30, 'p') + "k", "k"},
-        // A fixed cut: a separator elsewhere is not looked for.
-        {"short.factory~instance-name-that-is-long", "at-is-long"},
-        {"qz.spf.legacyservicepublisher~~x", "~x"},
+    // A fixed cut: a separator elsewhere is not looked for.
+    const std::pair<std::string, std::string> rows[] = {
+        {"qz.spf.legacyservicepublisher~demo", "demo"}, {"abc", "abc"}, {"", ""},
+        {std::string(30, 'p'), std::string(30, 'p')}, {std::string(30, 'p') + "k", "k"},
+        {"short.factory~instance-name-that-is-long", "at-is-long"}, {"qz.spf.legacyservicepublisher~~x", "~x"},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.key, ServicePublisherTestAccess::configurationKey(row.pid)) << row.pid;
+    for (const auto& [pid, key] : rows) {
+        EXPECT_EQ(key, Access::configurationKey(pid)) << pid;
     }
 }
 
-TEST_F(ConfigurationTest, AConfigurationIsStoredUnderItsKeyWithEndpointsServicesAndDefaults) {
+class ConfigurationParsingTest : public ServicePublisherFixture {
+protected:
+    ServicePublisher::PublisherConfiguration stored() { return Access::configurations(*publisher).at("demo"); }
+    std::vector<std::string> uniqueIDs() {
+        std::vector<std::string> ids;
+        for (const auto& service : stored().serviceConfigurations) {
+            ids.push_back(service.uniqueID);
+        }
+        return ids;
+    }
+};
+
+TEST_F(ConfigurationParsingTest, AConfigurationIsStoredUnderItsKeyWithEndpointsServicesAndDefaults) {
     AnyMap versioned = service("Calculator", "calc");
     versioned["version"] = Any(AnyMap{{"major", Any(3)}, {"minor", Any(4)}, {"patch", Any(5)}, {"extension", Any(6)}});
-    AnyMap requested = service("Greeter", "greet");
-    requested["requestedProperties"] =
-        Any(AnyMap{{"region", Any(std::string("eu"))}, {"tier", Any(AnyMap{{"level", Any(2)}})}});
-
-    publisher->Updated(kPid, configuration(7,
-                                           {Any(std::string("tcp://b:1")), Any(std::string("inprocess")),
-                                            Any(std::string("tcp://b:1"))},
-                                           {Any(service("Plain", "plain")), Any(versioned), Any(requested)}));
-
-    const auto configurations = ServicePublisherTestAccess::configurations(*publisher);
-    ASSERT_EQ(1u, configurations.size());
-    const auto& stored = configurations.at("demo");
-    EXPECT_EQ((std::set<std::string>{"inprocess", "tcp://b:1"}), stored.endpoints);
-    EXPECT_EQ(7u, stored.modificationCount);
-    ASSERT_EQ(3u, stored.serviceConfigurations.size());
-
-    const auto& plain = stored.serviceConfigurations[0];
-    EXPECT_EQ("Plain", plain.name);
-    EXPECT_EQ("plain", plain.uniqueID);
-    EXPECT_EQ(agent::spf::core::APIVersion(1, 0, 0, 0), plain.version);  // major defaults to 1
-    EXPECT_TRUE(plain.requestedProperties.empty());
-
-    EXPECT_EQ(agent::spf::core::APIVersion(3, 4, 5, 6), stored.serviceConfigurations[1].version);
-
-    const auto& greeter = stored.serviceConfigurations[2];
-    EXPECT_EQ("eu", greeter.requestedProperties.get<std::string>("region"));
-    EXPECT_EQ("2", greeter.requestedProperties.get<std::string>("tier.level"));
-    EXPECT_TRUE(logTexts().empty());
+    versioned["requestedProperties"] = Any(AnyMap{{"tier", Any(AnyMap{{"level", Any(2)}})}});
+    publisher->Updated(kPid, configuration(7, {"tcp://b:1", "inprocess", "tcp://b:1"},
+                                           {service("Plain", "plain"), versioned}));
+    ASSERT_EQ(1u, Access::configurations(*publisher).size());
+    ASSERT_THAT(uniqueIDs(), ElementsAre("plain", "calc"));
+    const auto configuration = stored();
+    const auto& services = configuration.serviceConfigurations;
+    EXPECT_EQ((std::set<std::string>{"inprocess", "tcp://b:1"}), configuration.endpoints);
+    EXPECT_EQ(7u, configuration.modificationCount);
+    EXPECT_EQ("Plain", services[0].name);
+    EXPECT_EQ(agent::spf::core::APIVersion(1, 0, 0, 0), services[0].version);  // major defaults to 1
+    EXPECT_TRUE(services[0].requestedProperties.empty());
+    EXPECT_EQ(agent::spf::core::APIVersion(3, 4, 5, 6), services[1].version);
+    EXPECT_EQ("2", services[1].requestedProperties.get<std::string>("tier.level"));
+    EXPECT_THAT(logLines(), IsEmpty());
 }
 
-TEST_F(ConfigurationTest, OnlyAHigherModificationCountReplacesAStoredConfiguration) {
-    publisher->Updated(kPid, configuration(5, {Any(std::string("tcp://a:1"))}, {Any(service("A", "a"))}));
-    ServicePublisherTestAccess::markFailed(*publisher, "tcp://a:1");
-
-    // Equal and lower counts change nothing, even with other content, and give failed
-    // endpoints no new chance.
-    publisher->Updated(kPid, configuration(5, {Any(std::string("tcp://b:1"))}, {}));
-    publisher->Updated(kPid, configuration(4, {Any(std::string("tcp://c:1"))}, {}));
-    auto stored = ServicePublisherTestAccess::configurations(*publisher).at("demo");
-    EXPECT_EQ((std::set<std::string>{"tcp://a:1"}), stored.endpoints);
-    EXPECT_EQ(5u, stored.modificationCount);
-    EXPECT_EQ(1u, stored.serviceConfigurations.size());
-    EXPECT_EQ(1u, ServicePublisherTestAccess::failedAgentConnections(*publisher).size());
-
-    publisher->Updated(kPid, configuration(6, {Any(std::string("tcp://b:1"))}, {}));
-    stored = ServicePublisherTestAccess::configurations(*publisher).at("demo");
-    EXPECT_EQ((std::set<std::string>{"tcp://b:1"}), stored.endpoints);
-    EXPECT_EQ(6u, stored.modificationCount);
-    EXPECT_TRUE(stored.serviceConfigurations.empty());
-    EXPECT_TRUE(ServicePublisherTestAccess::failedAgentConnections(*publisher).empty());
-}
-
-TEST_F(ConfigurationTest, TheModificationCountIsComparedUnsigned) {
-    // -1 is stored as 4294967295: a later count of 1 is lower.
-    publisher->Updated(kPid, configuration(-1, {Any(std::string("tcp://a:1"))}, {}));
-    publisher->Updated(kPid, configuration(1, {Any(std::string("tcp://b:1"))}, {}));
-    const auto stored = ServicePublisherTestAccess::configurations(*publisher).at("demo");
-    EXPECT_EQ(4294967295u, stored.modificationCount);
-    EXPECT_EQ((std::set<std::string>{"tcp://a:1"}), stored.endpoints);
-}
-
-TEST_F(ConfigurationTest, AMissingModificationCountCountsAsZeroAndAnEmptyMapIsIgnored) {
-    AnyMap properties = configuration(0, {Any(std::string("tcp://a:1"))}, {});
-    properties.erase("modificationCount");
-    publisher->Updated(kPid, properties);
-    EXPECT_EQ(0u, ServicePublisherTestAccess::configurations(*publisher).at("demo").modificationCount);
-
+TEST_F(ConfigurationParsingTest, OnlyAHigherCountReplacesAndAChangeOrRemovalGivesFailedEndpointsANewChance) {
+    // Each row: the count given (none: absent), whether it replaces what is stored, the count kept;
+    // -1 is kept unsigned, so that a later 1 is lower.
+    const std::tuple<std::optional<int>, bool, unsigned int> rows[] = {
+        {std::nullopt, true, 0}, {5, true, 5},           {5, false, 5},
+        {4, false, 5},           {-1, true, 4294967295u}, {1, false, 4294967295u}};
+    std::string current;
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const auto& [given, replaces, kept] = rows[i];
+        Access::markFailed(*publisher, "tcp://failed:1");
+        const std::string endpoint = "tcp://" + std::to_string(i) + ":1";
+        const auto properties = configuration(given.value_or(0), {endpoint}, {});
+        publisher->Updated(kPid, given ? properties : with(properties, "modificationCount", std::nullopt));
+        current = replaces ? endpoint : current;
+        EXPECT_EQ(kept, stored().modificationCount) << i;
+        EXPECT_EQ((std::set<std::string>{current}), stored().endpoints) << i;
+        EXPECT_EQ(replaces, Access::failedAgentConnections(*publisher).empty()) << i;
+    }
     publisher->Updated("qz.spf.legacyservicepublisher~empty", AnyMap{});
-    EXPECT_EQ(1u, ServicePublisherTestAccess::configurations(*publisher).size());
-}
-
-TEST_F(ConfigurationTest, RemovedForgetsTheConfigurationAndGivesFailedEndpointsANewChance) {
-    publisher->Updated(kPid, configuration(1, {Any(std::string("tcp://a:1"))}, {}));
-    publisher->Updated("qz.spf.legacyservicepublisher~other", configuration(1, {}, {}));
-    ServicePublisherTestAccess::markFailed(*publisher, "tcp://a:1");
-
     publisher->Removed("qz.spf.legacyservicepublisher~unknown");
-    EXPECT_EQ(2u, ServicePublisherTestAccess::configurations(*publisher).size());
-    EXPECT_EQ(1u, ServicePublisherTestAccess::failedAgentConnections(*publisher).size());
+    EXPECT_EQ(1u, Access::configurations(*publisher).size()) << "an empty map is ignored";
+    EXPECT_EQ(1u, Access::failedAgentConnections(*publisher).size()) << "an unknown removal changes nothing";
 
+    // Removed and added again, any count will do; removal too gives failed endpoints a new chance.
     publisher->Removed(kPid);
-    const auto configurations = ServicePublisherTestAccess::configurations(*publisher);
-    EXPECT_EQ(0u, configurations.count("demo"));
-    EXPECT_EQ(1u, configurations.count("other"));
-    EXPECT_TRUE(ServicePublisherTestAccess::failedAgentConnections(*publisher).empty());
-
-    // Removed and re-added, a configuration starts from any count again.
-    publisher->Updated(kPid, configuration(0, {Any(std::string("tcp://c:1"))}, {}));
-    EXPECT_EQ(1u, ServicePublisherTestAccess::configurations(*publisher).count("demo"));
+    EXPECT_TRUE(Access::configurations(*publisher).empty());
+    EXPECT_THAT(Access::failedAgentConnections(*publisher), IsEmpty());
+    publisher->Updated(kPid, configuration(0, {"tcp://c:1"}, {}));
+    EXPECT_EQ((std::set<std::string>{"tcp://c:1"}), stored().endpoints);
 }
 
-// Each bad service element is skipped with exactly its two records; the good ones around it
-// are kept.
-TEST_F(ConfigurationTest, EachBadServiceElementIsSkippedWithItsTwoLogLines) {
-    const std::string toString =
-        "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >";
-    AnyMap noName = service("x", "no-name");
-    noName.erase("name");
-    AnyMap noUniqueID = service("NoUniqueID", "x");
-    noUniqueID.erase("uniqueID");
-    AnyMap noRequested = service("NoRequested", "x");
-    noRequested.erase("requestedProperties");
-    AnyMap numericName = service("x", "numeric");
-    numericName["name"] = Any(42);
-    AnyMap textMajor = service("TextMajor", "x");
-    textMajor["version"] = Any(AnyMap{{"major", Any(std::string("2"))}});
-    AnyMap listRequested = service("ListRequested", "x");
-    listRequested["requestedProperties"] = Any(std::vector<Any>{});
-
-    const struct {
-        Any element;
-        std::string message;
-    } rows[] = {
-        {Any(noName), "Key not found: name"},
-        {Any(noUniqueID), "Key not found: uniqueID"},
-        {Any(noRequested), "Key not found: requestedProperties"},
-        {Any(numericName),
-         "cppmicroservices::BadAnyCastException: any_cast: Failed to convert from cppmicroservices::Any type int "
-         "to target type " + toString},
-        {Any(textMajor), "cppmicroservices::BadAnyCastException: any_cast: Failed to convert from "
-                         "cppmicroservices::Any type " + toString + " to target type int"},
-        {Any(listRequested), "cppmicroservices::BadAnyCastException: ref_any_cast: Failed to convert from "
-                             "cppmicroservices::Any type std::vector<cppmicroservices::Any, "
-                             "std::allocator<cppmicroservices::Any> > to target type cppmicroservices::AnyMap"},
-        {Any(std::string("not a map")), "cppmicroservices::BadAnyCastException: ref_any_cast: Failed to convert "
-                                        "from cppmicroservices::Any type " + toString +
-                                            " to target type cppmicroservices::AnyMap"},
+TEST_F(ConfigurationParsingTest, EachBadElementIsSkippedWithItsTwoLogLinesAndItsNeighboursAreKept) {
+    const auto changed = [](const std::string& key, std::optional<Any> value) {
+        return Any(with(service("X", "x"), key, value));
+    };
+    const std::pair<Any, std::string> rows[] = {
+        {changed("name", std::nullopt), "Key not found: name"},
+        {changed("uniqueID", std::nullopt), "Key not found: uniqueID"},
+        {changed("requestedProperties", std::nullopt), "Key not found: requestedProperties"},
+        {changed("name", Any(42)),
+         kBadCast + "any_cast: Failed to convert from cppmicroservices::Any type int to target type " + kString},
+        {changed("version", Any(AnyMap{{"major", Any(std::string("2"))}})),
+         kBadCast + "any_cast: Failed to convert from cppmicroservices::Any type " + kString + " to target type int"},
+        {changed("requestedProperties", Any(std::vector<Any>{})), kBadCast + "ref_any_cast: Failed to convert from "
+             "cppmicroservices::Any type " + kAnyVector + " to target type cppmicroservices::AnyMap"},
+        {Any(std::string("not a map")), kBadCast + "ref_any_cast: Failed to convert from cppmicroservices::Any type " +
+                                            kString + " to target type cppmicroservices::AnyMap"},
     };
     int count = 1;
-    for (const auto& row : rows) {
+    for (const auto& [element, message] : rows) {
         capture->clear();
-        publisher->Updated(kPid, configuration(count++, {},
-                                               {Any(service("Before", "before")), row.element,
-                                                Any(service("After", "after"))}));
-        EXPECT_EQ((std::vector<std::string>{"0x100 Invalid PublisherConfiguration ServiceConfiguration",
-                                            "0x10 Exception caught: " + row.message}),
-                  logLines());
-        const auto stored = ServicePublisherTestAccess::configurations(*publisher).at("demo");
-        ASSERT_EQ(2u, stored.serviceConfigurations.size()) << row.message;
-        EXPECT_EQ("before", stored.serviceConfigurations[0].uniqueID);
-        EXPECT_EQ("after", stored.serviceConfigurations[1].uniqueID);
+        const std::vector<Any> services{service("Before", "before"), element, service("After", "after")};
+        publisher->Updated(kPid, configuration(count++, {}, services));
+        EXPECT_THAT(logLines(), ElementsAre("0x100 Invalid PublisherConfiguration ServiceConfiguration",
+                                            "0x10 Exception caught: " + message));
+        EXPECT_THAT(uniqueIDs(), ElementsAre("before", "after")) << message;
     }
-}
 
-TEST_F(ConfigurationTest, AnEndpointThatIsNotAStringIsSkippedWithItsTwoLogLines) {
-    publisher->Updated(kPid, configuration(1, {Any(std::string("tcp://a:1")), Any(7), Any(std::string("tcp://b:1"))},
-                                           {Any(service("A", "a"))}));
-    EXPECT_EQ((std::vector<std::string>{
-                  "0x100 Invalid PublisherConfiguration exchangeEndpoint",
-                  "0x10 Exception caught: cppmicroservices::BadAnyCastException: any_cast: Failed to convert from "
-                  "cppmicroservices::Any type int to target type "
-                  "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >"}),
-              logLines());
-    EXPECT_EQ((std::set<std::string>{"tcp://a:1", "tcp://b:1"}),
-              ServicePublisherTestAccess::configurations(*publisher).at("demo").endpoints);
-}
-
-TEST_F(ConfigurationTest, RequestedPropertiesThatAreNotJsonKeepTheServiceWithoutARequirement) {
+    // An endpoint that is not a string; requested properties that do not read as JSON (keys
+    // are written unescaped) leave their service without a requirement.
     AnyMap quoted = service("Quoted", "quoted");
-    // Keys are written unescaped, so this one makes the text unreadable as JSON.
     quoted["requestedProperties"] = Any(AnyMap{{"a\"b", Any(std::string("c"))}});
-    publisher->Updated(kPid, configuration(1, {}, {Any(quoted)}));
-
-    const auto lines = logLines();
-    ASSERT_EQ(2u, lines.size());
-    EXPECT_EQ("0x100 Invalid ServiceConfiguration requestedProperties", lines[0]);
-    EXPECT_EQ(0u, lines[1].rfind("0x10 Exception caught: ", 0)) << lines[1];
-    const auto stored = ServicePublisherTestAccess::configurations(*publisher).at("demo");
-    ASSERT_EQ(1u, stored.serviceConfigurations.size());
-    EXPECT_EQ("quoted", stored.serviceConfigurations[0].uniqueID);
-    EXPECT_TRUE(stored.serviceConfigurations[0].requestedProperties.empty()) << json(
-        stored.serviceConfigurations[0].requestedProperties);
+    AnyMap properties = configuration(count, {}, {quoted});
+    const std::vector<Any> endpoints{Any(std::string("tcp://a:1")), Any(7), Any(std::string("tcp://b:1"))};
+    properties["config"] = Any(AnyMap{{"endpointsToConnectTo", Any(endpoints)}});
+    capture->clear();
+    publisher->Updated(kPid, properties);
+    EXPECT_THAT(logLines(), ElementsAre("0x100 Invalid PublisherConfiguration exchangeEndpoint",
+                                        "0x10 Exception caught: " + kBadCast + "any_cast: Failed to convert from "
+                                            "cppmicroservices::Any type int to target type " + kString,
+                                        "0x100 Invalid ServiceConfiguration requestedProperties",
+                                        StartsWith("0x10 Exception caught: ")));
+    EXPECT_EQ((std::set<std::string>{"tcp://a:1", "tcp://b:1"}), stored().endpoints);
+    EXPECT_THAT(uniqueIDs(), ElementsAre("quoted"));
+    EXPECT_TRUE(stored().serviceConfigurations[0].requestedProperties.empty());
 }
 
-TEST_F(ConfigurationTest, AMissingOrMistypedListLeavesUpdatedWithItsExceptionAndChangesNothing) {
-    publisher->Updated(kPid, configuration(1, {Any(std::string("tcp://a:1"))}, {}));
-    ServicePublisherTestAccess::markFailed(*publisher, "tcp://a:1");
-
-    AnyMap noEndpoints = configuration(2, {}, {});
-    noEndpoints.erase("config");
-    AnyMap noServices = configuration(2, {}, {});
-    noServices.erase("serviceConfigurations");
-    AnyMap textEndpoints = configuration(2, {}, {});
-    textEndpoints["config"] = Any(AnyMap{{"endpointsToConnectTo", Any(std::string("tcp://b:1"))}});
-    AnyMap mapServices = configuration(2, {}, {});
-    mapServices["serviceConfigurations"] = Any(AnyMap{});
-    AnyMap textCount = configuration(2, {}, {});
-    textCount["modificationCount"] = Any(std::string("2"));
-
-    const struct {
-        AnyMap properties;
-        std::string message;
-    } rows[] = {
-        {noEndpoints, "Key not found: config"},
-        {noServices, "Key not found: serviceConfigurations"},
-        {textEndpoints, "cppmicroservices::BadAnyCastException: ref_any_cast: Failed to convert from "
-                        "cppmicroservices::Any type std::__cxx11::basic_string<char, std::char_traits<char>, "
-                        "std::allocator<char> > to target type std::vector<cppmicroservices::Any, "
-                        "std::allocator<cppmicroservices::Any> >"},
-        {mapServices, "cppmicroservices::BadAnyCastException: ref_any_cast: Failed to convert from "
-                      "cppmicroservices::Any type cppmicroservices::AnyMap to target type "
-                      "std::vector<cppmicroservices::Any, std::allocator<cppmicroservices::Any> >"},
-        {textCount, "cppmicroservices::BadAnyCastException: any_cast: Failed to convert from cppmicroservices::Any "
-                    "type std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> > to target "
-                    "type int"},
+TEST_F(ConfigurationParsingTest, AMissingOrMistypedListLeavesUpdatedWithItsExceptionAndChangesNothing) {
+    publisher->Updated(kPid, configuration(1, {"tcp://a:1"}, {}));
+    Access::markFailed(*publisher, "tcp://a:1");
+    const auto changed = [](const std::string& key, std::optional<Any> value) {
+        return with(configuration(2, {}, {}), key, value);
     };
-    for (const auto& row : rows) {
+    const std::pair<AnyMap, std::string> rows[] = {
+        {changed("config", std::nullopt), "Key not found: config"},
+        {changed("serviceConfigurations", std::nullopt), "Key not found: serviceConfigurations"},
+        {changed("config", Any(AnyMap{{"endpointsToConnectTo", Any(std::string("tcp://b:1"))}})),
+         kBadCast + "ref_any_cast: Failed to convert from cppmicroservices::Any type " + kString + " to target type " +
+             kAnyVector},
+        {changed("serviceConfigurations", Any(AnyMap{})), kBadCast + "ref_any_cast: Failed to convert from "
+             "cppmicroservices::Any type cppmicroservices::AnyMap to target type " + kAnyVector},
+        {changed("modificationCount", Any(std::string("2"))),
+         kBadCast + "any_cast: Failed to convert from cppmicroservices::Any type " + kString + " to target type int"},
+    };
+    for (const auto& [properties, message] : rows) {
         try {
-            publisher->Updated(kPid, row.properties);
-            ADD_FAILURE() << "no exception for " << row.message;
+            publisher->Updated(kPid, properties);
+            ADD_FAILURE() << "no exception for " << message;
         } catch (const std::exception& e) {
-            EXPECT_EQ(row.message, e.what());
+            EXPECT_EQ(message, e.what());
         }
-        const auto stored = ServicePublisherTestAccess::configurations(*publisher).at("demo");
-        EXPECT_EQ(1u, stored.modificationCount) << row.message;
-        EXPECT_EQ(1u, ServicePublisherTestAccess::failedAgentConnections(*publisher).size()) << row.message;
+        EXPECT_EQ(1u, stored().modificationCount) << message;
+        EXPECT_EQ(1u, Access::failedAgentConnections(*publisher).size()) << message;
     }
-    EXPECT_TRUE(logTexts().empty());
+    EXPECT_THAT(logLines(), IsEmpty());
 }
 
 }  // namespace

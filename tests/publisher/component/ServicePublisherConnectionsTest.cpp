@@ -1,39 +1,37 @@
-// Connections to exchange endpoints: made at once or as pool tasks with three attempts, and
-// torn down in order or by force, against a real exchange and the real executor.
+// Connections to exchanges (made at once or as pool tasks with three attempts, torn down in order
+// or by force, the bridge offering the service host's exchange to the process) and the
+// publisher's side of their directories, against real exchanges and the real executor.
 
 #include "ServicePublisherFixture.h"
 
-#include "support/Barrier.h"
-#include "support/WaitFor.h"
+#include "support/ContainerSupport.h"
 
+#include "agent/control/AgentRegistration.h"
 #include "agent/directory/DirectoryCore.h"
-#include "agent/directoryinterfaces/ServiceInstanceInfo.h"
+#include "agent/directory/DirectoryServiceClient.h"
 #include "agent/nanomsgtransport/Exchange.h"
-#include "agent/spf/threadpoolprovider/ThreadPoolProvider.h"
+#include "agent/spf/externalprocessdiscovery/FixedUserStorageRootOverride.h"
+#include "agent/spf/inprocessdiscovery/InProcessDiscovery.h"
 
-#include "foundation/concurrent/threadpool/Executor.h"
-#include "foundation/concurrent/threadpool/ThreadPool.h"
+#include "foundation/text/Utf.h"
 
-#include <boost/uuid/random_generator.hpp>
+#include <boost/property_tree/ptree.hpp>
 
-#include <gmock/gmock.h>
+#include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
-#include <memory>
-#include <string>
-#include <vector>
+#include <map>
 
 namespace publishertest {
 namespace {
 
-using Access = ServicePublisherTestAccess;
-using AgentConnection = ServicePublisher::AgentConnection;
 using ForceCleanup = ServicePublisher::ForceCleanup;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 
 const std::string kNobodyListens = "inproc://publisher-connections-test-nobody";
+const std::map<std::string, std::string> kReplaceOld = {
+    {"spf::legacyservicepublisher::replaceMatchingKey", "generation"},
+    {"spf::legacyservicepublisher::replaceMatchingValue", "old"}};
 
 class ConnectionsTest : public ServicePublisherFixture {
 protected:
@@ -43,36 +41,55 @@ protected:
         url = exchange.listen("inproc://publisher-connections-test-" + std::to_string(counter++));
     }
 
-    std::size_t containersOnTheExchange() const { return exchange.statistics().connectedContainers; }
-
-    // Deactivate waits for the component's connection tasks; a publisher never activated
-    // must be waited for here, before it goes.
-    void waitForConnectionTasks(ServicePublisher& target,
-                                agent::spf::threadpoolprovider::ThreadPoolProvider& provider) const {
-        provider.getExecutor()->waitForTaskGroups({Access::connectionTaskGroup(target)});
+    bool eventuallyConnectedTo(const std::set<std::string>& endpoints) {
+        return testsupport::WaitFor([&] { return Access::connectedEndpoints(*publisher) == endpoints; });
+    }
+    std::size_t creations(const std::string& endpoint) const {
+        return linesStartingWith("0x4 Creating new Agent Connection for exchange endpoint: " + endpoint);
+    }
+    // A connection record whose cleanup only calls `cleanup`.
+    static Access::AgentConnection fakeConnection(std::function<void(ForceCleanup)> cleanup) {
+        return {[](unsigned int) { return agent::core::serviceutils::Context(); }, std::move(cleanup), nullptr, {}};
     }
 
-    bool eventuallyLogged(const std::string& prefix) const {
-        return testsupport::WaitFor([&] { return linesStartingWith(prefix) > 0; });
+    // Enters an instance into the exchange's directory, as its service would.
+    boost::uuids::uuid enter(const std::string& name, std::map<std::string, std::string> metadata = {}) {
+        agent::directoryinterfaces::ServiceInstanceInfo info;
+        info.name = name;
+        info.instance = testsupport::randomId();
+        info.metadata = std::move(metadata);
+        exchange.directory()->registerInstance(info);
+        return info.instance;
     }
-
-    // A connection record whose cleanup only says how it was called.
-    static AgentConnection recordingConnection(std::shared_ptr<std::vector<ForceCleanup>> calls) {
-        return AgentConnection([](unsigned int) { return agent::core::serviceutils::Context(); },
-                               [calls](ForceCleanup force) { calls->push_back(force); }, nullptr, {});
+    std::set<boost::uuids::uuid> listed(const std::string& name) const {
+        const auto ids = exchange.directory()->queryByName(name);
+        return std::set<boost::uuids::uuid>(ids.begin(), ids.end());
+    }
+    // Through the directory client of a connection to the exchange, which Deactivate ends.
+    void removeDuplicates(const std::string& name, const std::map<std::string, std::string>& marks,
+                          unsigned int major) {
+        boost::property_tree::ptree metadata;
+        for (const auto& [key, value] : marks) {
+            metadata.put(key, value);  // the keys hold no '.', the path separator
+        }
+        Access::removeExpiredDuplicates(*publisher, directoryClient(), name, metadata, major);
+    }
+    agent::directory::DirectoryServiceClient& directoryClient() {
+        if (Access::connectedEndpoints(*publisher).empty()) {
+            Access::addConnection(*publisher, url, *Access::createNewAgentConnection(*publisher, url));
+        }
+        return Access::directoryClientOf(*publisher, url);
     }
 
     agent::nanomsgtransport::Exchange exchange;
     std::string url;
 };
 
-TEST_F(ConnectionsTest, AConnectionMakesContextsWatchesItsDirectoryAndGoesInOrder) {
+TEST_F(ConnectionsTest, AConnectionMakesContextsReportsWhatRunsOnItsExchangeAndGoesInOrder) {
     auto connection = Access::createNewAgentConnection(*publisher, url);
     ASSERT_TRUE(connection);
-    EXPECT_THAT(logLines(), ::testing::Contains("0x4 Creating new Agent Connection for exchange endpoint: " + url));
-    EXPECT_FALSE(connection->callbackRegistrationId.is_nil());
-    ASSERT_TRUE(connection->directoryClient);
-    EXPECT_EQ(1u, containersOnTheExchange());
+    EXPECT_EQ(1u, creations(url));
+    EXPECT_EQ(1u, exchange.statistics().connectedContainers);
     {
         const auto first = connection->contextFactory(7);
         const auto second = connection->contextFactory(1);
@@ -81,105 +98,146 @@ TEST_F(ConnectionsTest, AConnectionMakesContextsWatchesItsDirectoryAndGoesInOrde
         EXPECT_EQ(first.getNodeID(), second.getNodeID()) << "one container";
         EXPECT_NE(first.getServiceInstance(), second.getServiceInstance());
     }
-    // The subscription reports what runs there, the directory first of all.
+    // What runs there is reported, the directory itself first, and comes and goes.
     EXPECT_TRUE(eventuallyLogged("0x4 Service started notification for directory on endpoint " + url));
-    agent::directoryinterfaces::ServiceInstanceInfo info;
-    info.name = "Newcomer";
-    info.instance = boost::uuids::random_generator()();
-    exchange.directory()->registerInstance(info);
-    EXPECT_TRUE(eventuallyLogged("0x4 Service started notification for Newcomer on endpoint " + url));
+    exchange.directory()->deregisterInstance(enter("Newcomer"));
+    EXPECT_TRUE(eventuallyLogged("0x4 Service stopped notification for Newcomer on endpoint " + url));
 
-    Access::cleanUpAgentConnection(*publisher, url, *connection, ForceCleanup::No);
-    EXPECT_THAT(logLines(), ::testing::Contains("0x4 Cleaning up Agent Connection for exchange endpoint: " + url));
+    Access::cleanUp(*publisher, url, *connection, ForceCleanup::No);
+    EXPECT_EQ(1u, linesStartingWith("0x4 Cleaning up Agent Connection for exchange endpoint: " + url));
     EXPECT_FALSE(connection->directoryClient);
     EXPECT_FALSE(connection->contextFactory(1).isValid()) << "no contexts after cleanup";
-    EXPECT_TRUE(testsupport::WaitFor([this] { return containersOnTheExchange() == 0; }));
-    // The container is gone: further cleanups of either kind do nothing.
-    connection->cleanup(ForceCleanup::Yes);
+    EXPECT_TRUE(testsupport::WaitFor([this] { return exchange.statistics().connectedContainers == 0; }));
+    connection->cleanup(ForceCleanup::Yes);  // the container is gone: neither kind does anything more
     connection->cleanup(ForceCleanup::No);
 }
 
-TEST_F(ConnectionsTest, AForcedTeardownCutsFirstAndStillEndsInOrderAnOrderlyOneOnlyEndsInOrder) {
-    auto forcedCalls = std::make_shared<std::vector<ForceCleanup>>();
-    auto orderlyCalls = std::make_shared<std::vector<ForceCleanup>>();
-    Access::addConnection(*publisher, "tcp://forced:1", recordingConnection(forcedCalls));
-    Access::addConnection(*publisher, "tcp://orderly:1", recordingConnection(orderlyCalls));
-
-    Access::cleanUpAgentConnection(*publisher, "tcp://forced:1", ForceCleanup::Yes);
-    Access::cleanUpAgentConnection(*publisher, "tcp://orderly:1", ForceCleanup::No);
-    EXPECT_THAT(*forcedCalls, ElementsAre(ForceCleanup::Yes, ForceCleanup::No));
-    EXPECT_THAT(*orderlyCalls, ElementsAre(ForceCleanup::No));
-    EXPECT_THAT(Access::connectedEndpoints(*publisher), IsEmpty());
-
-    // Unknown endpoints and an empty map: nothing happens, nothing is logged.
-    capture->clear();
-    Access::cleanUpAgentConnection(*publisher, "tcp://unknown:1", ForceCleanup::Yes);
-    Access::cleanUpAllAgentConnections(*publisher);
-    EXPECT_THAT(logLines(), IsEmpty());
-
-    // All of them: in order of endpoint, each in order.
-    auto b = std::make_shared<std::vector<ForceCleanup>>();
-    auto a = std::make_shared<std::vector<ForceCleanup>>();
-    Access::addConnection(*publisher, "tcp://b:1", recordingConnection(b));
-    Access::addConnection(*publisher, "tcp://a:1", recordingConnection(a));
-    Access::cleanUpAllAgentConnections(*publisher);
-    EXPECT_THAT(*a, ElementsAre(ForceCleanup::No));
-    EXPECT_THAT(*b, ElementsAre(ForceCleanup::No));
-    EXPECT_THAT(logLines(), ElementsAre("0x4 Cleaning up Agent Connection for exchange endpoint: tcp://a:1",
-                                        "0x4 Cleaning up Agent Connection for exchange endpoint: tcp://b:1"));
-    EXPECT_THAT(Access::connectedEndpoints(*publisher), IsEmpty());
-}
-
-TEST_F(ConnectionsTest, AnEndpointThatNeverAcceptsIsTriedThreeTimesThenRecordedAsFailed) {
-    Access::createNewAgentConnectionAsync(*publisher, kNobodyListens);
-    waitForConnectionTasks(*publisher, *threadpoolProvider);
-    EXPECT_EQ((std::set<std::string>{kNobodyListens}), Access::failedAgentConnections(*publisher));
-    EXPECT_THAT(Access::pendingConnections(*publisher), IsEmpty());
-    EXPECT_THAT(Access::connectedEndpoints(*publisher), IsEmpty());
-    EXPECT_EQ(3u, linesStartingWith("0x4 Creating new Agent Connection for exchange endpoint: " + kNobodyListens));
+TEST_F(ConnectionsTest, AnEndpointThatFailedForGoodIsLeftAloneUntilTheConfigurationChanges) {
+    activate();
+    publisher->Updated(kPid, configuration(1, {kNobodyListens}, {}));
+    ASSERT_TRUE(testsupport::WaitFor([&] { return Access::failedAgentConnections(*publisher).size() == 1; }));
+    ASSERT_TRUE(waitForMorePasses(2));
+    EXPECT_EQ(3u, creations(kNobodyListens));
     EXPECT_EQ(3u, linesStartingWith("0x100 Failed to create AgentConnection for exchange endpoint: " + kNobodyListens));
-    EXPECT_EQ(3u, linesStartingWith("0x10 Exception caught: "));
-}
-
-TEST_F(ConnectionsTest, TwoCreationsForOneEndpointKeepTheFirstConnectionAndEndTheSecondInOrder) {
-    Access::createNewAgentConnectionAsync(*publisher, url);
-    Access::createNewAgentConnectionAsync(*publisher, url);
-    waitForConnectionTasks(*publisher, *threadpoolProvider);
     EXPECT_THAT(Access::pendingConnections(*publisher), IsEmpty());
-    EXPECT_EQ(1u, linesStartingWith("0x4 Cleaning up"));
-    EXPECT_EQ((std::set<std::string>{url}), Access::connectedEndpoints(*publisher));
-    EXPECT_EQ(2u, linesStartingWith("0x4 Creating new Agent Connection for exchange endpoint: " + url));
-    EXPECT_TRUE(testsupport::WaitFor([this] { return containersOnTheExchange() == 1; }));
-    EXPECT_THAT(Access::failedAgentConnections(*publisher), IsEmpty());
-    Access::cleanUpAllAgentConnections(*publisher);
+    publisher->Updated(kPid, configuration(2, {kNobodyListens}, {}));
+    EXPECT_TRUE(testsupport::WaitFor([&] { return creations(kNobodyListens) == 6; }));
 }
 
-// A thread-pool provider with a single thread, so that a test decides when a task runs.
-class OneThreadProvider final : public agent::spf::threadpoolprovider::ThreadPoolProvider {
-public:
-    std::shared_ptr<foundation::concurrent::threadpool::Executor> getExecutor() const override { return executor; }
+// The directory of another connection stops while Deactivate tears down an endpoint queued for
+// forced teardown. The set of those endpoints used to be walked without the work lock while the
+// stop inserted into it, which the thread sanitizer reports.
+TEST_F(ConnectionsTest, DeactivateTearsDownForcedEndpointsFirstAndADirectoryThatStopsMeanwhileWithTheRest) {
+    agent::nanomsgtransport::Exchange closing;
+    const auto closingUrl = closing.listen(url + "-closing");
+    auto subscribed = Access::createNewAgentConnection(*publisher, closingUrl);
+    ASSERT_TRUE(subscribed);
+    Access::addConnection(*publisher, closingUrl, std::move(*subscribed));
+    std::map<std::string, std::vector<ForceCleanup>> calls;
+    // Both sort before closingUrl, so that the walk goes on past the insertion.
+    Access::addConnection(*publisher, "inproc://forced", fakeConnection([&](ForceCleanup force) {
+        calls["forced"].push_back(force);
+        if (force == ForceCleanup::Yes) {
+            closing.close();
+            EXPECT_TRUE(eventuallyLogged("0x4 Service stopped notification for directory on endpoint " + closingUrl));
+        }
+    }));
+    Access::addConnection(*publisher, "inproc://orderly",
+                          fakeConnection([&](ForceCleanup force) { calls["orderly"].push_back(force); }));
+    // Never activated: no pass takes the queue over before Deactivate does.
+    Access::queueForcedTeardown(*publisher, "inproc://forced");
+    deactivate();
 
-    std::shared_ptr<foundation::concurrent::threadpool::Executor> executor =
-        std::make_shared<foundation::concurrent::threadpool::Executor>(
-            std::make_shared<foundation::concurrent::threadpool::ThreadPool>(1));
-};
+    // A forced teardown cuts first and still ends in order; an orderly one only ends in order.
+    EXPECT_THAT(calls["forced"], ElementsAre(ForceCleanup::Yes, ForceCleanup::No));
+    EXPECT_THAT(calls["orderly"], ElementsAre(ForceCleanup::No));
+    EXPECT_EQ(1u, linesStartingWith("0x4 Cleaning up Agent Connection for exchange endpoint: " + closingUrl));
+    EXPECT_THAT(Access::connectedEndpoints(*publisher), IsEmpty());
+    EXPECT_THAT(Access::endpointsToForceTeardown(*publisher), IsEmpty());
 
-TEST_F(ConnectionsTest, AStopRequestedBeforeTheFirstAttemptEndsTheTaskWithNoAttemptAndNoFailure) {
-    auto provider = std::make_shared<OneThreadProvider>();
-    auto held = std::make_shared<ServicePublisher>(invokablePublisher, catalogue, provider);
-    testsupport::Barrier gate(2);
-    provider->executor->postWork(
-        boost::uuids::random_generator()(), [&gate](foundation::concurrent::threadpool::stop_token) { gate.ArriveAndWait(); },
-        false);
+    // Only the stop of the service named exactly "directory" queues a teardown, started or not.
+    for (const std::string name : {"Directory", "directoryService", "directory"}) {
+        Access::serviceStopped(*publisher, "tcp://" + name + ":1", name);
+    }
+    EXPECT_EQ((std::set<std::string>{"tcp://directory:1"}), Access::endpointsToForceTeardown(*publisher));
+}
 
-    Access::createNewAgentConnectionAsync(*held, kNobodyListens);
-    Access::stopPendingConnection(*held, kNobodyListens);
-    gate.ArriveAndWait();
-    waitForConnectionTasks(*held, *provider);
-    EXPECT_THAT(Access::pendingConnections(*held), IsEmpty());
-    EXPECT_THAT(Access::failedAgentConnections(*held), IsEmpty());
-    EXPECT_EQ(0u, linesStartingWith("0x4 Creating new Agent Connection"));
-    provider->executor->shutDown();
+TEST_F(ConnectionsTest, TheServiceHostsExchangeIsOfferedToTheProcessOnceAndWithdrawnByDeactivate) {
+    const auto registryRoot = storage / "agents";  // the framework's storage goes with the test
+    context.RegisterService<agent::spf::externalprocessdiscovery::UserStorageRootOverride>(
+        std::make_shared<agent::spf::externalprocessdiscovery::FixedUserStorageRootOverride>(
+            boost::none, foundation::text::toUtf16(registryRoot.string())),
+        {{"mode", Any(std::string("desktopservices"))}});
+    auto agent = std::make_unique<agent::control::AgentRegistration>(
+        registryRoot, agent::control::AgentInfo("agent", url, ::getpid(), agent::control::AgentMode::DesktopServices));
+    const auto bridges = [this] {
+        return context.GetServiceReferences<agent::spf::inprocessdiscovery::InProcessDiscovery>(
+            "(spf::legacyservicepublisher::selfPublished=*)");
+    };
+    activate();
+    publisher->Updated(kPid, configuration(1, {"norbridgeServiceHostDiscovery"}, {}));
+    ASSERT_TRUE(eventuallyConnectedTo({url}));
+    ASSERT_TRUE(testsupport::WaitFor([&] { return bridges().size() == 1; }));
+    {
+        const auto bridge = context.GetService(bridges().front());
+        EXPECT_THAT(bridge->getFrameworkDiscoveryService(1)->queryDirectoryForServiceUUIDs("directory"),
+                    ::testing::SizeIs(1))
+            << "a client on the service host's exchange";
+    }
+    EXPECT_FALSE(Access::hasInProcess(*publisher)) << "its own bridge is not the publisher's in-process exchange";
+
+    // It used to stay behind, its contexts empty, and a new activation added a second one.
+    deactivate();
+    EXPECT_THAT(bridges(), IsEmpty());
+    activate();
+    ASSERT_TRUE(testsupport::WaitFor([&] { return bridges().size() == 1; }));
+    ASSERT_TRUE(waitForMorePasses(2));
+    EXPECT_EQ(1u, bridges().size());
+
+    agent.reset();  // the agent has gone
+    EXPECT_TRUE(eventuallyConnectedTo({}));
+    EXPECT_TRUE(testsupport::WaitFor([&] { return bridges().empty(); }));
+}
+
+// The connection's own notifications are logged too: only the errors count here.
+TEST_F(ConnectionsTest, ExpiredDuplicatesCarryTheSameNameMarkAndMajorVersionAndNeedBothReplaceMarks) {
+    enter("Store", {{"generation", "old"}, {"spf::servicemajor", "2"}, {"other", "x"}});
+    enter("Store", {{"generation", "old"}, {"spf::servicemajor", "2"}});
+    const auto otherMajor = enter("Store", {{"generation", "old"}, {"spf::servicemajor", "1"}});
+    const auto otherMark = enter("Store", {{"generation", "new"}, {"spf::servicemajor", "2"}});
+    const auto unmarked = enter("Store", {{"spf::servicemajor", "2"}});
+    const auto otherName = enter("Stores", {{"generation", "old"}, {"spf::servicemajor", "2"}});
+    const auto zero = enter("Store", {{"generation", "old"}, {"spf::servicemajor", "0"}});
+    removeDuplicates("Store", kReplaceOld, 2);
+    EXPECT_THAT(listed("Store"), UnorderedElementsAre(otherMajor, otherMark, unmarked, zero));
+    EXPECT_THAT(listed("Stores"), ElementsAre(otherName));
+    removeDuplicates("Store", kReplaceOld, 0);  // asked for as "0"
+    EXPECT_THAT(listed("Store"), UnorderedElementsAre(otherMajor, otherMark, unmarked));
+
+    removeDuplicates("Store", {{"spf::legacyservicepublisher::replaceMatchingValue", "old"}}, 1);
+    removeDuplicates("Store", {}, 1);
+    EXPECT_EQ(0u, linesStartingWith("0x100"));
+    removeDuplicates("Store", {{"spf::legacyservicepublisher::replaceMatchingKey", "generation"}}, 1);
+    EXPECT_EQ(1u, linesStartingWith("0x100"));
+    EXPECT_EQ(1u, linesStartingWith("0x100 replaceMatchingKey specified but no value provided"));
+    EXPECT_THAT(listed("Store"), UnorderedElementsAre(otherMajor, otherMark, unmarked));
+}
+
+TEST_F(ConnectionsTest, AnUnreachableDirectoryIsLoggedAndNothingEscapes) {
+    auto& unreachable = directoryClient();
+    ASSERT_TRUE(eventuallyLogged("0x4 Service started notification for directory on endpoint " + url));
+    exchange.close();
+    ASSERT_TRUE(eventuallyLogged("0x4 Service stopped notification for directory on endpoint " + url));
+    ASSERT_TRUE(
+        testsupport::WaitFor([this] { return !Access::contextOn(*publisher, url).getTransport()->isConnected(); }));
+    capture->clear();
+    removeDuplicates("Store", kReplaceOld, 1);
+    EXPECT_TRUE(Access::registerForCallbacks(*publisher, "ipc:///nowhere/exchange", unreachable).is_nil());
+    EXPECT_THAT(logLines(), ElementsAre("0x100 Failed to remove expired services",
+                                        StartsWith("0x10 Exception caught: Directory service request failed: "),
+                                        "0x100 Failed to register for directory notifications on endpoint "
+                                        "ipc:///nowhere/exchange",
+                                        StartsWith("0x10 Exception caught: ")));
 }
 
 }  // namespace

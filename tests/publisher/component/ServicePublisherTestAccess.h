@@ -10,191 +10,97 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <vector>
 
 namespace agent::spf::legacyservicepublisher {
 
-// Reads and seeds a publisher's state under the locks the publisher itself uses.
+// Reads, seeds and calls into a publisher under the locks the publisher itself uses there.
 class ServicePublisherTestAccess {
+    using Lock = std::lock_guard<std::mutex>;
+    using Publisher = ServicePublisher;
+
 public:
-    using PublisherConfiguration = ServicePublisher::PublisherConfiguration;
-    using ServiceConfiguration = ServicePublisher::ServiceConfiguration;
-    using ServiceInterfaceEntry = ServicePublisher::ServiceInterfaceEntry;
+    using AgentConnection = Publisher::AgentConnection;
+    using ForceCleanup = Publisher::ForceCleanup;
 
-    static std::map<std::string, PublisherConfiguration> configurations(ServicePublisher& publisher) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        return publisher.publisherConfigurations;
+    static std::string configurationKey(const std::string& pid) { return Publisher::configurationKey(pid); }
+    static auto configurations(Publisher& p) { Lock lock(p.connectionsMutex); return p.publisherConfigurations; }
+    static auto failedAgentConnections(Publisher& p) { Lock lock(p.connectionsMutex); return p.failedAgentConnections; }
+    static void markFailed(Publisher& p, const std::string& endpoint) {
+        Lock lock(p.connectionsMutex);
+        p.failedAgentConnections.insert(endpoint);
+    }
+    static auto pendingConnections(Publisher& p) {
+        Lock lock(p.connectionsMutex);
+        return keysOf(p.pendingAgentConnections);
+    }
+    static auto connectedEndpoints(Publisher& p) { Lock lock(p.connectionsMutex); return keysOf(p.agentConnections); }
+    static auto connectionTaskGroup(const Publisher& p) { return p.connectionTaskGroup; }
+    static auto interfaceCount(Publisher& p) { Lock lock(p.connectionsMutex); return p.serviceInterfaces.size(); }
+    // The builder of the interface published under id, which must exist.
+    static auto builderOf(Publisher& p, const boost::uuids::uuid& id) {
+        Lock lock(p.connectionsMutex);
+        return p.serviceInterfaces.get<Publisher::ByUuid>().find(id)->serviceBuilder;
     }
 
-    static std::string configurationKey(const std::string& pid) { return ServicePublisher::configurationKey(pid); }
+    // Queues an endpoint for forced teardown, as a directory reporting its own stop does.
+    static void queueForcedTeardown(Publisher& p, const std::string& endpoint) {
+        Lock lock(p.workMutex);
+        p.endpointsToForceTeardown.insert(endpoint);
+    }
+    static auto endpointsToForceTeardown(Publisher& p) { Lock lock(p.workMutex); return p.endpointsToForceTeardown; }
 
-    static std::set<std::string> failedAgentConnections(ServicePublisher& publisher) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        return publisher.failedAgentConnections;
+    // What a connection of the publisher does with its directory.
+    static auto registerForCallbacks(Publisher& p, const std::string& endpoint,
+                                     directory::DirectoryServiceClient& client) {
+        return p.registerForCallbacks(endpoint, client);
+    }
+    static void serviceStopped(Publisher& p, const std::string& endpoint, const std::string& name) {
+        p.serviceStoppedNotification(endpoint, {name, boost::uuids::uuid{{1}}});
+    }
+    static void removeExpiredDuplicates(Publisher& p, directory::DirectoryServiceClient& client,
+                                        const std::string& name, const boost::property_tree::ptree& metadata,
+                                        unsigned int majorVersion) {
+        p.removeExpiredDuplicateServicesIfRequired(client, name, metadata, majorVersion);
     }
 
-    static void markFailed(ServicePublisher& publisher, const std::string& endpoint) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        publisher.failedAgentConnections.insert(endpoint);
+    // Connections, made and torn down as the work thread does, under the lock it holds then.
+    static auto createNewAgentConnection(Publisher& p, const std::string& endpoint) {
+        return p.createNewAgentConnection(endpoint);
     }
-
-    static std::size_t interfaceCount(ServicePublisher& publisher) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        return publisher.serviceInterfaces.size();
+    static void createNewAgentConnectionAsync(Publisher& p, const std::string& endpoint) {
+        Lock lock(p.connectionsMutex);
+        p.createNewAgentConnectionAsync(endpoint);
     }
-
-    // The builder of the interface published under id; null when there is no such entry.
-    static std::shared_ptr<agent::core::service::ServiceBuilderBase> builderOf(ServicePublisher& publisher,
-                                                                              const boost::uuids::uuid& id) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        const auto& byUuid = publisher.serviceInterfaces.get<ServicePublisher::ByUuid>();
-        const auto entry = byUuid.find(id);
-        return entry == byUuid.end() ? nullptr : entry->serviceBuilder;
+    static void addConnection(Publisher& p, const std::string& endpoint, AgentConnection connection) {
+        Lock lock(p.connectionsMutex);
+        p.agentConnections.emplace(endpoint, std::move(connection));
     }
-
-    // (name, version text) of every interface, in name and version order.
-    static std::vector<std::pair<std::string, std::string>> interfacesByNameAndVersion(ServicePublisher& publisher) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        std::vector<std::pair<std::string, std::string>> result;
-        for (const auto& entry : publisher.serviceInterfaces.get<ServicePublisher::ByNameAndVersion>()) {
-            result.emplace_back(entry.getServiceInterfaceName(), entry.getServiceInterfaceVersion().toString());
-        }
-        return result;
+    static void cleanUp(Publisher& p, const std::string& endpoint, AgentConnection& connection, ForceCleanup force) {
+        Lock lock(p.connectionsMutex);
+        p.cleanUpAgentConnection(endpoint, connection, force);
     }
-
-    // Queues endpoints for forced teardown and wakes the work thread, as a directory reporting
-    // its own stop does.
-    static void queueForcedTeardown(ServicePublisher& publisher, const std::set<std::string>& endpoints) {
-        {
-            std::lock_guard<std::mutex> lock(publisher.workMutex);
-            publisher.endpointsToForceTeardown.insert(endpoints.begin(), endpoints.end());
-        }
-        publisher.workCondition.notify_one();
+    // The directory client of the connection to `endpoint`, which must exist; it lives as long as
+    // the connection.
+    static directory::DirectoryServiceClient& directoryClientOf(Publisher& p, const std::string& endpoint) {
+        Lock lock(p.connectionsMutex);
+        return *p.agentConnections.at(endpoint).directoryClient;
     }
-
-    static std::set<std::string> endpointsToForceTeardown(ServicePublisher& publisher) {
-        std::lock_guard<std::mutex> lock(publisher.workMutex);
-        return publisher.endpointsToForceTeardown;
-    }
-
-    // The directory operations, called as a connection of the publisher calls them.
-    static boost::uuids::uuid registerForCallbacks(ServicePublisher& publisher, const std::string& endpoint,
-                                                   agent::directory::DirectoryServiceClient& client) {
-        return publisher.registerForCallbacks(endpoint, client);
-    }
-
-    static void serviceStopped(ServicePublisher& publisher, const std::string& endpoint, const std::string& name,
-                               const boost::uuids::uuid& instance) {
-        publisher.serviceStoppedNotification(endpoint, {name, instance});
-    }
-
-    static void removeExpiredDuplicateServicesIfRequired(ServicePublisher& publisher,
-                                                         agent::directory::DirectoryServiceClient& client,
-                                                         const std::string& serviceName,
-                                                         const boost::property_tree::ptree& metadata,
-                                                         unsigned int majorVersion) {
-        publisher.removeExpiredDuplicateServicesIfRequired(client, serviceName, metadata, majorVersion);
-    }
-
-    // Connections, made and torn down as the work thread does (under connectionsMutex where
-    // it holds it).
-    using AgentConnection = ServicePublisher::AgentConnection;
-    using ForceCleanup = ServicePublisher::ForceCleanup;
-
-    static std::optional<AgentConnection> createNewAgentConnection(ServicePublisher& publisher,
-                                                                   const std::string& endpoint) {
-        return publisher.createNewAgentConnection(endpoint);
-    }
-
-    static void createNewAgentConnectionAsync(ServicePublisher& publisher, const std::string& endpoint) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        publisher.createNewAgentConnectionAsync(endpoint);
-    }
-
-    // Asks the pending creation for `endpoint` to stop, as Deactivate does.
-    static void stopPendingConnection(ServicePublisher& publisher, const std::string& endpoint) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        const auto pending = publisher.pendingAgentConnections.find(endpoint);
-        if (pending != publisher.pendingAgentConnections.end() && pending->second) {
-            pending->second->requestStop();
-        }
-    }
-
-    static std::set<std::string> pendingConnections(ServicePublisher& publisher) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        std::set<std::string> endpoints;
-        for (const auto& pending : publisher.pendingAgentConnections) {
-            endpoints.insert(pending.first);
-        }
-        return endpoints;
-    }
-
-    static std::set<std::string> connectedEndpoints(ServicePublisher& publisher) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        std::set<std::string> endpoints;
-        for (const auto& connection : publisher.agentConnections) {
-            endpoints.insert(connection.first);
-        }
-        return endpoints;
-    }
-
-    static void addConnection(ServicePublisher& publisher, const std::string& endpoint, AgentConnection connection) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        publisher.agentConnections.emplace(endpoint, std::move(connection));
-    }
-
-    static void cleanUpAgentConnection(ServicePublisher& publisher, const std::string& endpoint,
-                                       AgentConnection& connection, ForceCleanup force) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        publisher.cleanUpAgentConnection(endpoint, connection, force);
-    }
-
-    static void cleanUpAgentConnection(ServicePublisher& publisher, const std::string& endpoint, ForceCleanup force) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        publisher.cleanUpAgentConnection(endpoint, force);
-    }
-
-    static void cleanUpAllAgentConnections(ServicePublisher& publisher) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        publisher.cleanUpAllAgentConnections();
-    }
-
-    // The in-process exchange.
-    static bool hasInProcess(const ServicePublisher& publisher) { return publisher.hasInProcess(); }
-
-    static std::shared_ptr<ServicePublisher::InProcessDiscovery> inProcessDiscoveryInUse(ServicePublisher& publisher) {
-        std::lock_guard<std::mutex> lock(publisher.inProcessMutex);
-        return publisher.inProcessDiscovery;
-    }
-
-    static void addInProcessExchangeEndpoint(ServicePublisher& publisher) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        publisher.addInProcessExchangeEndpoint();
-    }
-
-    // The subscription of the connection to `endpoint`; nil without one.
-    static boost::uuids::uuid subscriptionOf(ServicePublisher& publisher, const std::string& endpoint) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        const auto connection = publisher.agentConnections.find(endpoint);
-        return connection == publisher.agentConnections.end() ? boost::uuids::uuid{}
-                                                              : connection->second.callbackRegistrationId;
-    }
-
     // A context from the connection to `endpoint` (which must exist), as a service gets one.
-    static agent::core::serviceutils::Context contextOn(ServicePublisher& publisher, const std::string& endpoint,
-                                                        unsigned int concurrency) {
-        std::lock_guard<std::mutex> lock(publisher.connectionsMutex);
-        return publisher.agentConnections.at(endpoint).contextFactory(concurrency);
+    static auto contextOn(Publisher& p, const std::string& endpoint) {
+        Lock lock(p.connectionsMutex);
+        return p.agentConnections.at(endpoint).contextFactory(1);
     }
 
-    static const boost::uuids::uuid& connectionTaskGroup(const ServicePublisher& publisher) {
-        return publisher.connectionTaskGroup;
-    }
+    static bool hasInProcess(const Publisher& p) { return p.hasInProcess(); }
 
-    static bool workThreadJoinable(const ServicePublisher& publisher) { return publisher.workThread.joinable(); }
-
-    static bool bundleContextValid(const ServicePublisher& publisher) {
-        return static_cast<bool>(publisher.bundleContext);
+private:
+    template <class Map>
+    static std::set<std::string> keysOf(const Map& map) {
+        std::set<std::string> keys;
+        for (const auto& entry : map) {
+            keys.insert(entry.first);
+        }
+        return keys;
     }
 };
 
