@@ -34,6 +34,8 @@ std::size_t count(const Passes& passes, const Match& matches, std::size_t from =
 TEST_F(WorkThreadTest, QuietPassesComeAtTheShortIntervalThroughTheFastPhaseThenAtTheLongOneAndDeactivateWakesAtOnce) {
     const auto idle = another();
     const auto clock = another();
+    // Each component waits only for its own connection tasks, so each draws its own task group.
+    EXPECT_NE(Access::connectionTaskGroup(*idle), Access::connectionTaskGroup(*clock));
     activate();
     idle->Activate(componentContext);
     ASSERT_TRUE(waitForPasses(
