@@ -240,5 +240,38 @@ TEST_F(ConnectionsTest, AnUnreachableDirectoryIsLoggedAndNothingEscapes) {
                                         StartsWith("0x10 Exception caught: ")));
 }
 
+TEST_F(ConnectionsTest, EveryListedInstanceGetsOneFactoryAndTheThirdFailedQueryInARowTearsItsConnectionDown) {
+    // A connection whose directory cannot be asked, beside a working one whose count is at two.
+    const std::string broken = "inproc://publisher-connections-test-broken";
+    std::vector<ForceCleanup> cleanups;
+    directoryClient();
+    Access::addConnection(*publisher, broken, fakeConnection([&cleanups](ForceCleanup f) { cleanups.push_back(f); }));
+    Access::setQueryFailures(*publisher, url, 2);
+    agent::directoryinterfaces::ServiceInstanceInfo worker;
+    worker.name = "Worker";
+    worker.instance = testsupport::randomId();
+    worker.version = agent::core::serviceutils::APIVersion(1, 2);
+    exchange.directory()->registerInstance(worker);
+
+    for (unsigned int pass = 1; pass <= 3; ++pass) {
+        EXPECT_TRUE(Access::publishInvokables(*publisher)) << "pass " << pass;
+        const auto failures = Access::queryFailures(*publisher);
+        EXPECT_EQ(0u, failures.count(url)) << "a successful query starts the count again";
+        EXPECT_EQ(pass < 3 ? std::optional<unsigned int>(pass) : std::nullopt,
+                  failures.count(broken) ? std::optional<unsigned int>(failures.at(broken)) : std::nullopt);
+        EXPECT_EQ(pass < 3 ? 0u : 2u, cleanups.size()) << "pass " << pass;
+    }
+    EXPECT_EQ((std::vector<ForceCleanup>{ForceCleanup::Yes, ForceCleanup::No}), cleanups);
+    EXPECT_EQ((std::set<std::string>{url}), Access::connectedEndpoints(*publisher));
+    EXPECT_FALSE(Access::publishInvokables(*publisher));
+
+    // Listed on every pass, published once; the directory itself never.
+    const auto factories = invokablePublisher->getInvokableFactories();
+    ASSERT_EQ(1u, factories.size());
+    EXPECT_EQ("Worker", factories[0].name);
+    EXPECT_EQ(worker.instance, factories[0].uuid);
+    EXPECT_EQ(agent::spf::core::APIVersion(1, 2), factories[0].version);
+}
+
 }  // namespace
 }  // namespace publishertest

@@ -93,6 +93,17 @@ public:
 
     static bool hasInProcess(const Publisher& p) { return p.hasInProcess(); }
 
+    // The invokable-factory step of a pass, and the directory query failures it counts.
+    static bool publishInvokables(Publisher& p) {
+        Lock lock(p.connectionsMutex);
+        return p.ensureAllKnownServicesHaveInvokables();
+    }
+    static auto queryFailures(Publisher& p) { Lock lock(p.connectionsMutex); return p.directoryQueryFailures; }
+    static void setQueryFailures(Publisher& p, const std::string& endpoint, unsigned int count) {
+        Lock lock(p.connectionsMutex);
+        p.directoryQueryFailures[endpoint] = count;
+    }
+
 private:
     template <class Map>
     static std::set<std::string> keysOf(const Map& map) {
