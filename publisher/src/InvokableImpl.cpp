@@ -34,6 +34,16 @@ const std::string& callbackContentType() {
     return agent::spf::serialisation::avroContentType;
 }
 
+// Hands the failure over outside any catch block: the last reference to the exception is then
+// dropped by the exception_ptr, not by the end of a catch, whichever thread holds the other.
+// Nothing leaves: a failure function that throws has completed the call all the same.
+void fail(const CompletionHandler& handler, std::exception_ptr failure) noexcept {
+    try {
+        handler(std::move(failure));
+    } catch (...) {
+    }
+}
+
 template <class Exported>
 void refuseExported(const GenericPayload& args) {
     for (std::size_t i = 0; i < args.size(); ++i) {
@@ -86,16 +96,13 @@ void InvokableImpl::invokeAsync(std::optional<std::chrono::milliseconds> timeout
                 self->invoke(timeout, name, handler, *arguments);
             });
     } catch (...) {
-        try {
-            failure(std::current_exception());
-        } catch (...) {
-            // The caller's own failure function threw; the call has completed all the same.
-        }
+        fail(failure, std::current_exception());
     }
 }
 
 void InvokableImpl::invoke(const std::optional<std::chrono::milliseconds>& timeout, const std::string& name,
                            const CompletionHandler& handler, GenericPayload& args) {
+    std::exception_ptr failure;
     try {
         handleAnyExportedCallbacksInArgs(args);
         handleAnyExportedDataSinkInArgs(args);
@@ -114,11 +121,10 @@ void InvokableImpl::invoke(const std::optional<std::chrono::milliseconds>& timeo
         auto result = LegacyMessageFraming::readReply(message.makeView(0, 0), deserialiser, multipart);
         handler(std::move(result));
     } catch (...) {
-        try {
-            handler(std::current_exception());
-        } catch (...) {
-            // As above: nothing may leave the work item.
-        }
+        failure = std::current_exception();
+    }
+    if (failure) {
+        fail(handler, std::move(failure));
     }
 }
 
