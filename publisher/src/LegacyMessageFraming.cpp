@@ -13,15 +13,10 @@
 namespace agent::spf::legacyservicepublisher {
 
 using agent::core::transport::Message;
+using agent::spf::legacyservicewrapper::MultipartFraming;
 using agent::core::transport::MessageView;
 
 namespace {
-
-void writeSize(std::uint8_t* field, std::uint64_t size) noexcept {
-    for (std::size_t i = 0; i < LegacyMessageFraming::kSizeFieldBytes; ++i) {
-        field[LegacyMessageFraming::kSizeFieldBytes - 1 - i] = static_cast<std::uint8_t>(size >> (8 * i));
-    }
-}
 
 std::uint64_t readSize(const std::uint8_t* field) noexcept {
     std::uint64_t size = 0;
@@ -46,13 +41,10 @@ Message LegacyMessageFraming::frameRequest(agent::spf::core::GenericPayload&& ar
             serialiser.drainInto([&request](const std::uint8_t* data, std::size_t size) { request.append(data, size); });
             continue;
         }
-        Message part;
-        const std::uint8_t reserved[kSizeFieldBytes] = {};
-        part.append(reserved, kSizeFieldBytes);
-        const auto size = serialiser.drainInto(
-            [&part](const std::uint8_t* data, std::size_t chunk) { part.append(data, chunk); });
-        writeSize(part.data(), size);
-        request.append(part);
+        // Streamed straight into the request behind its size field, which is filled in after.
+        const auto sizeField = MultipartFraming::beginPart(request);
+        serialiser.drainInto([&request](const std::uint8_t* data, std::size_t chunk) { request.append(data, chunk); });
+        MultipartFraming::endPart(request, sizeField);
     }
     return request;
 }
@@ -83,7 +75,7 @@ agent::spf::core::GenericPayload LegacyMessageFraming::readReply(
 agent::spf::core::GenericPayload LegacyMessageFraming::readRequest(
     const Message& request, const std::vector<std::type_index>& argumentTypes,
     const agent::spf::serialisation::SerialisationCatalogue& catalogue, const std::string& contentType) {
-    const auto parts = agent::spf::legacyservicewrapper::MultipartFraming::splitParts(request, argumentTypes.size());
+    const auto parts = MultipartFraming::splitParts(request, argumentTypes.size());
     agent::spf::core::GenericPayload arguments;
     for (std::size_t i = 0; i < parts.size(); ++i) {
         const auto deserialiser = catalogue.getDeserialiser(contentType, argumentTypes[i]);
@@ -99,8 +91,9 @@ Message LegacyMessageFraming::frameReply(agent::spf::core::GenericPayload&& resu
                                          const agent::spf::serialisation::SerialisationCatalogue& catalogue,
                                          const std::string& contentType) {
     if (result.empty() || result.isEmptyAt(0)) {
-        const std::uint8_t emptyPart[kSizeFieldBytes] = {};
-        return Message(emptyPart, kSizeFieldBytes);
+        Message reply;
+        MultipartFraming::endPart(reply, MultipartFraming::beginPart(reply));
+        return reply;
     }
     return frameRequest(std::move(result), catalogue, contentType, true);
 }

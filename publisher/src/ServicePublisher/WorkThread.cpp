@@ -93,10 +93,7 @@ void ServicePublisher::Deactivate(const std::shared_ptr<ComponentContext>&) {
         for (const auto& endpoint : forcedEndpoints) {
             cleanUpAgentConnection(endpoint, ForceCleanup::Yes);
         }
-        for (auto& connection : agentConnections) {
-            cleanUpAgentConnection(connection.first, connection.second, ForceCleanup::No);
-        }
-        agentConnections.clear();
+        cleanUpAllAgentConnections();
         withdrawInProcessBridge();
         [this]() noexcept { serviceInterfaces.clear(); }();
     }
