@@ -147,12 +147,13 @@ TEST_F(InProcessEndToEndTest, RemovingTheConfigurationStopsTheServiceAndEveryCal
     constexpr int kCalls = 64;
     // Keeps the in-process connection when "e2e" goes, so that only the instance stops.
     configure("keep", {"inprocess"}, {});
-    std::vector<std::atomic<int>> completions(kCalls);
+    // Shared with the handlers, which a fault could leave running past the test.
+    const auto completions = std::make_shared<std::vector<std::atomic<int>>>(kCalls);
     testsupport::Barrier start(kCalls + 1);
     std::vector<std::thread> callers;
     for (int i = 0; i < kCalls; ++i) {
         callers.emplace_back([&, i] {
-            const auto once = [&completions, i] { ++completions[i]; };
+            const auto once = [completions, i] { ++(*completions)[i]; };
             start.ArriveAndWait();
             invokable->invokeAsync(kCallTimeout, "wait",
                                    {[once](agent::spf::core::GenericPayload) { once(); },
@@ -171,11 +172,30 @@ TEST_F(InProcessEndToEndTest, RemovingTheConfigurationStopsTheServiceAndEveryCal
     }
 
     ASSERT_TRUE(waitForFactories("e2e.Echo", 1, 0));
+    // The withdrawn factory's invokables are cleaned up next.
+    ASSERT_TRUE(testsupport::WaitFor(
+        [this] {
+            try {
+                invokable->getSupportedNames();
+                return false;
+            } catch (const std::runtime_error&) {
+                return true;
+            }
+        },
+        kDeadline));
     auto late = call<std::int32_t>(*invokable, "int32", kCallTimeout, std::int32_t{1});
     ASSERT_EQ(std::future_status::ready, late.wait_for(kDeadline));
     EXPECT_THAT([&] { late.get(); }, ::testing::ThrowsMessage<std::runtime_error>("Service is no longer valid"));
+    const auto completed = [&completions] {
+        int total = 0;
+        for (const auto& count : *completions) {
+            total += count.load();
+        }
+        return total;
+    };
+    EXPECT_TRUE(testsupport::WaitFor([&] { return completed() >= kCalls; }, kDeadline));
     for (int i = 0; i < kCalls; ++i) {
-        EXPECT_EQ(1, completions[i].load()) << "call " << i;
+        EXPECT_EQ(1, (*completions)[i].load()) << "call " << i;
     }
 }
 
