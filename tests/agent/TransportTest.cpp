@@ -107,20 +107,26 @@ TEST_F(TransportTest, HandlerExceptionComesBackWithItsText) {
     EXPECT_EQ(outcome(future), "error: disk on fire");
 }
 
-TEST_F(TransportTest, RequestWithoutReplyTimesOutCloseToItsDeadline) {
+TEST_F(TransportTest, RequestWithoutReplyTimesOutOnItsOwnWhileOneWithALongerTimeoutWaitsForItsReply) {
+    std::atomic<int> handled{0};
     const auto address = serve([&](const Message& request) {
         gate_.wait();
+        ++handled;
         return request;
     });
-    const auto timeout = 300ms;
     const auto sent = Clock::now();
-    auto future = call(address, "x", timeout);
-    ASSERT_EQ(future.wait_until(deadline()), std::future_status::ready);
-    const auto late = Clock::now() - (sent + timeout);
-    EXPECT_EQ(outcome(future), "error: Request timed out");
-    EXPECT_GE(late, 0ms);
-    // Generous for a loaded machine; how close it comes is the benchmark's business.
-    EXPECT_LE(late, 2000ms);
+    auto shortWait = call(address, "short", 300ms);
+    auto longWait = call(address, "long", std::chrono::milliseconds(20s));
+    ASSERT_EQ(shortWait.wait_until(deadline()), std::future_status::ready);
+    // How close to its deadline it came is the benchmark's business: recorded, not asserted.
+    RecordProperty("timeoutLateMs",
+                   std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - sent - 300ms)
+                                      .count()));
+    EXPECT_EQ(outcome(shortWait), "error: Request timed out");
+    EXPECT_EQ(handled.load(), 0) << "the timeout came while both handlers were held";
+    EXPECT_EQ(longWait.wait_until(Clock::now()), std::future_status::timeout) << "only its own timeout fired";
+    gate_.open();
+    EXPECT_EQ(outcome(longWait), "long");
 }
 
 TEST_F(TransportTest, UnregisteredAddressIsForgottenByTheExchange) {
