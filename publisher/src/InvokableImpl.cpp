@@ -28,6 +28,7 @@ namespace {
 const std::string kDefaultWireFormat = "application/octet-stream+spf/avro+spf/multipart";
 const std::string kMultipartSuffix = "+spf/multipart";
 const char* const kNoLongerValid = "Service is no longer valid";
+const char* const kStreamGone = "Exported stream is no longer active";
 
 // Exported callbacks always speak Avro, whatever the service's own wire format.
 const std::string& callbackContentType() {
@@ -44,11 +45,11 @@ void fail(const CompletionHandler& handler, std::exception_ptr failure) noexcept
     }
 }
 
-template <class Exported>
-void refuseExported(const GenericPayload& args) {
+template <class Exported, class Replace>
+void replaceEach(GenericPayload& args, const Replace& replace) {
     for (std::size_t i = 0; i < args.size(); ++i) {
         if (!args.isEmptyAt(i) && args.holds<Exported>(i)) {
-            throw std::runtime_error("Exported data streams are not supported by legacy services");
+            args.set(i, replace(args.get<Exported>(i)));
         }
     }
 }
@@ -157,6 +158,20 @@ void InvokableImpl::forceCleanup() noexcept {
             // One callback that cannot be withdrawn must not keep the others registered.
         }
     }
+    std::map<boost::uuids::uuid, std::shared_ptr<streambuf::StreamBuffer>> streams;
+    {
+        std::lock_guard<std::mutex> lock(streamsMutex);
+        streams.swap(exportedStreams);
+    }
+    for (const auto& stream : streams) {
+        try {
+            if (transport) {
+                transport->unregisterHandler(Address(stream.first));
+            }
+        } catch (...) {
+        }
+    }
+    streams.clear();  // releases the devices: sinks are flushed
     if (transport) {
         transport->rejectRequestsFor(context.getServiceInstance());
     }
@@ -211,11 +226,64 @@ void InvokableImpl::handleAnyExportedCallbacksInArgs(GenericPayload& args) {
 }
 
 void InvokableImpl::handleAnyExportedDataSinkInArgs(GenericPayload& args) {
-    refuseExported<agent::spf::core::ExportedDataSink>(args);
+    replaceEach<agent::spf::core::ExportedDataSink>(args, [this](const agent::spf::core::ExportedDataSink& sink) {
+        return returnMessageBytesForStreamMarkerTypes(context.generateUUID(),
+                                                      streambuf::makeDevice(sink.getExportedOutputStream()));
+    });
 }
 
 void InvokableImpl::handleAnyExportedDataSourceInArgs(GenericPayload& args) {
-    refuseExported<agent::spf::core::ExportedDataSource>(args);
+    replaceEach<agent::spf::core::ExportedDataSource>(args, [this](const agent::spf::core::ExportedDataSource& source) {
+        return returnMessageBytesForStreamMarkerTypes(context.generateUUID(),
+                                                      streambuf::makeDevice(source.getExportedInputStream()));
+    });
+}
+
+agent::spf::core::ExportedStreamReference InvokableImpl::returnMessageBytesForStreamMarkerTypes(
+    const boost::uuids::uuid& stream, std::unique_ptr<streambuf::StreamBuffer> device) {
+    auto* transport = context.getTransport();
+    if (!transport) {
+        throw std::runtime_error(kNoLongerValid);
+    }
+    const std::weak_ptr<InvokableImpl> weak = weak_from_this();
+    std::lock_guard<std::mutex> lock(streamsMutex);
+    transport->registerHandler(
+        Address(stream),
+        [weak, stream](const Message& request) {
+            const auto self = weak.lock();
+            if (!self) {
+                throw std::runtime_error(kStreamGone);
+            }
+            return self->serveStream(stream, request);
+        },
+        context.getServiceInstance());
+    exportedStreams[stream] = std::move(device);
+    return agent::spf::core::ExportedStreamReference{stream};
+}
+
+Message InvokableImpl::serveStream(const boost::uuids::uuid& stream, const Message& request) {
+    std::shared_ptr<streambuf::StreamBuffer> device;
+    {
+        std::lock_guard<std::mutex> lock(streamsMutex);
+        const auto found = exportedStreams.find(stream);
+        if (found == exportedStreams.end()) {
+            throw std::runtime_error(kStreamGone);
+        }
+        device = found->second;
+    }
+    auto reply = device->serve(request);
+    if (device->isClosed()) {
+        bool withdrawn = false;
+        {
+            std::lock_guard<std::mutex> lock(streamsMutex);
+            withdrawn = exportedStreams.erase(stream) != 0;
+        }
+        auto* transport = context.getTransport();
+        if (withdrawn && transport) {
+            transport->unregisterHandler(Address(stream));
+        }
+    }
+    return reply;
 }
 
 Address InvokableImpl::ensureRemovalMethodIsRegistered() {

@@ -7,6 +7,9 @@
 #include "EndToEndFixture.h"
 
 #include "agent/spf/core/ExportedCallback.h"
+#include "agent/spf/core/ExportedDataSink.h"
+#include "agent/spf/core/ExportedDataSource.h"
+#include "agent/spf/streambuf/StreamRequest.h"
 #include "agent/spf/legacyservicewrapper/ReceivedCallback.h"
 
 #include <gmock/gmock.h>
@@ -21,6 +24,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -227,6 +231,39 @@ TEST_F(InProcessEndToEndTest, AnExportedCallbackIsCalledByTheServiceAndEitherSid
     EXPECT_EQ(1, call<std::int32_t>(*callbacks, "report", kCallTimeout, second, std::int32_t{1}).get());
     service->lastCallback()->remove();
     EXPECT_TRUE(testsupport::WaitFor([&] { return !second.getSharedState()->isActive(); }, kDeadline));
+}
+
+TEST_F(InProcessEndToEndTest, AServiceReadsADataSourceAndWritesADataSinkUntilItClosesItOrTheInvokableIsCleanedUp) {
+    auto service = startCallbackService();
+    ASSERT_TRUE(waitForFactories("e2e.Callbacks", 1, 1));
+    auto streams = getInvokable("e2e.Callbacks", 1);
+    using agent::spf::core::ExportedDataSink;
+    using agent::spf::core::ExportedDataSource;
+
+    // More than one read's worth, so that the service reads several times.
+    std::string text;
+    for (std::uint32_t i = 0; text.size() <= agent::spf::streambuf::kLargestRead; ++i) {
+        text += std::to_string(i) + ' ';
+    }
+    auto in = std::make_shared<std::istringstream>(text);
+    auto out = std::make_shared<std::ostringstream>();
+    EXPECT_EQ(static_cast<std::int64_t>(text.size()),
+              call<std::int64_t>(*streams, "copy", kCallTimeout, ExportedDataSource(in), ExportedDataSink(out)).get());
+    EXPECT_TRUE(text == out->str());
+    EXPECT_EQ(1, out.use_count()) << "the closed sink is still held";
+    EXPECT_THROW(service->lastStream()->write("closed"), std::runtime_error);
+
+    // A sink the service keeps open takes its writes until the invokable is cleaned up (here
+    // because the service stopped and its factory went), though the client still holds it.
+    auto kept = std::make_shared<std::ostringstream>();
+    EXPECT_TRUE(call<bool>(*streams, "keep", kCallTimeout, ExportedDataSink(kept)).get());
+    service->lastStream()->write("later");
+    EXPECT_EQ("later", kept->str());
+    service->stop();
+    ASSERT_TRUE(waitForFactories("e2e.Callbacks", 1, 0));
+    EXPECT_TRUE(testsupport::WaitFor([&] { return kept.use_count() == 1 && in.use_count() == 1; }, kDeadline))
+        << "the cleaned-up invokable still holds the client's streams";
+    EXPECT_THROW(service->lastStream()->write("gone"), std::runtime_error);
 }
 
 // A Unix socket that takes connections into its backlog and never answers: dialling it

@@ -246,6 +246,8 @@ std::vector<OracleCase> makeCases() {
                {"fields", {{{"name", "c"}, {"type", uuidSchema()}}, {{"name", "r"}, {"type", "uuid"}}}}},
           agent::spf::core::ExportedCallbackReference{id, nil},
           {{"c", "7ce1dbafc04446ecb423fbf560ad4cc5"}, {"r", std::string(32, '0')}});
+    t.add("stream reference", json{{"type", "record"}, {"name", "Stream"}, {"fields", {{{"name", "s"}, {"type", uuidSchema()}}}}},
+          agent::spf::core::ExportedStreamReference{id}, {{"s", "7ce1dbafc04446ecb423fbf560ad4cc5"}});
     t.add("array<record>", json{{"type", "array"}, {"items", pointSchema()}},
           std::vector<oracle::Point>{{1, 2, "a", std::nullopt}}, {{{"x", 1}, {"y", 2}, {"label", "a"}, {"weight", nullptr}}});
     return t.cases;

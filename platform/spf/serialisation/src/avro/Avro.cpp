@@ -53,6 +53,7 @@ void registerAvroTypes(SerialisationCatalogue& catalogue) {
     registerWithCollections<boost::uuids::uuid>(catalogue);
     registerAvroType<std::vector<std::map<std::string, std::string>>>(catalogue);
     registerAvroType<core::ExportedCallbackReference>(catalogue);
+    registerAvroType<core::ExportedStreamReference>(catalogue);
 }
 
 }  // namespace agent::spf::serialisation

@@ -12,7 +12,9 @@
 #include "agent/spf/core/ExportedCallbackSharedState.h"
 #include "agent/spf/core/GenericPayload.h"
 #include "agent/spf/core/Invokable.h"
+#include "agent/spf/core/ExportedStreamReference.h"
 #include "agent/spf/serialisation/SerialisationCatalogue.h"
+#include "agent/spf/streambuf/StreamBuffer.h"
 
 #include <boost/uuid/uuid.hpp>
 
@@ -52,8 +54,8 @@ public:
                      agent::spf::core::CompletionHandler handler, agent::spf::core::GenericPayload args) override;
 
     // Makes the invokable invalid for good, withdraws the transport handlers it serves (the
-    // callback-removal method and every exported callback, whose clients learn that the service
-    // side dropped them), rejects further requests for its context's instance and waits until the
+    // callback-removal method, every exported callback, whose clients learn that the service
+    // side dropped them, and every exported stream, whose sink is flushed), rejects further requests for its context's instance and waits until the
     // calls already posted have ended. Idempotent; blocking; any thread (from one of its own calls
     // it cannot wait for that call, and does not). Never throws.
     void forceCleanup() noexcept;
@@ -62,10 +64,14 @@ public:
     // Each exported callback becomes an ExportedCallbackReference: its handler is registered at
     // the callback's uuid and served until either side removes it or the invokable is cleaned up.
     void handleAnyExportedCallbacksInArgs(agent::spf::core::GenericPayload& args);
-    // Exported data sinks and sources are refused: std::runtime_error
-    // "Exported data streams are not supported by legacy services".
+    // Each exported data sink and source becomes an ExportedStreamReference to a stream device
+    // registered at a fresh uuid, served until the service closes it or the invokable is cleaned
+    // up.
     void handleAnyExportedDataSinkInArgs(agent::spf::core::GenericPayload& args);
     void handleAnyExportedDataSourceInArgs(agent::spf::core::GenericPayload& args);
+    // Registers `device` at `stream` and keeps it; returns what stands for it in the request.
+    agent::spf::core::ExportedStreamReference returnMessageBytesForStreamMarkerTypes(
+        const boost::uuids::uuid& stream, std::unique_ptr<agent::spf::streambuf::StreamBuffer> device);
     // Registers the callback-removal method at a fresh address unless it is registered already;
     // returns that address. Throws what the transport throws.
     // Call with callbacksMutex held.
@@ -87,6 +93,9 @@ private:
         const agent::core::transport::Message& request) const;
     // Serves the service's removal of one of this invokable's callbacks.
     agent::core::transport::Message serveRemoval(const agent::core::transport::Message& request);
+    // Serves one request of the service to an exported stream; a close withdraws the stream.
+    agent::core::transport::Message serveStream(const boost::uuids::uuid& stream,
+                                                const agent::core::transport::Message& request);
     // Takes the callback's record out and withdraws its handler; null when it had none.
     std::shared_ptr<agent::spf::core::ExportedCallbackSharedState> withdrawCallback(const boost::uuids::uuid& callback);
 
@@ -102,6 +111,10 @@ private:
     std::mutex callbacksMutex;  // guards removalMethodAddress and exportedCallbacks
     agent::core::transport::Address removalMethodAddress;
     std::map<boost::uuids::uuid, std::shared_ptr<agent::spf::core::ExportedCallbackSharedState>> exportedCallbacks;
+
+    std::mutex streamsMutex;  // guards exportedStreams
+    // Shared with the requests being served, so that a withdrawal never frees a device in use.
+    std::map<boost::uuids::uuid, std::shared_ptr<agent::spf::streambuf::StreamBuffer>> exportedStreams;
 };
 
 }  // namespace agent::spf::legacyservicepublisher

@@ -74,7 +74,8 @@ void registerAvroType(SerialisationCatalogue& catalogue) {
 // Registers, under avroContentType, every scalar of AvroCodec's list (bool, std::int32_t,
 // std::int64_t, float, double, std::string, std::vector<std::uint8_t>, boost::uuids::uuid)
 // and, for each scalar S, std::vector<S>, std::map<std::string, S> and std::optional<S>;
-// plus std::vector<std::map<std::string, std::string>> and core::ExportedCallbackReference.
+// plus std::vector<std::map<std::string, std::string>>, core::ExportedCallbackReference and
+// core::ExportedStreamReference.
 // Other compositions: registerAvroType. Thread-safe like every registration.
 void registerAvroTypes(SerialisationCatalogue& catalogue);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agent/spf/core/ExportedCallbackReference.h"
+#include "agent/spf/core/ExportedStreamReference.h"
 #include "agent/spf/serialisation/avro/AvroDecoder.h"
 #include "agent/spf/serialisation/avro/AvroEncoder.h"
 
@@ -22,7 +23,8 @@ namespace agent::spf::serialisation {
 //   std::vector<std::uint8_t> → bytes, std::vector<T> → array<T>,
 //   std::map<std::string, T> → map<T>, std::optional<T> → union {null, T},
 //   boost::uuids::uuid → fixed(16) (the uuid's bytes in order),
-//   core::ExportedCallbackReference → record {fixed(16) callbackUUID, fixed(16) removalMethodAddress}.
+//   core::ExportedCallbackReference → record {fixed(16) callbackUUID, fixed(16) removalMethodAddress},
+//   core::ExportedStreamReference → record {fixed(16) streamUUID}.
 //
 // Users add their own types by specialising AvroCodec<T> with
 //   static void encode(AvroEncoder&, const T&);
@@ -209,5 +211,10 @@ template <>
 struct AvroCodec<core::ExportedCallbackReference>
     : AvroRecordCodec<core::ExportedCallbackReference, &core::ExportedCallbackReference::callbackUUID,
                       &core::ExportedCallbackReference::removalMethodAddress> {};
+
+// What a legacy service receives for an exported data sink or source argument.
+template <>
+struct AvroCodec<core::ExportedStreamReference>
+    : AvroRecordCodec<core::ExportedStreamReference, &core::ExportedStreamReference::streamUUID> {};
 
 }  // namespace agent::spf::serialisation

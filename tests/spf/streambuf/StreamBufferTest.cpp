@@ -1,0 +1,70 @@
+// What a legacy service's requests do to a client's stream, and what they are refused with.
+
+#include "agent/spf/streambuf/StreamBuffer.h"
+#include "agent/spf/streambuf/StreamRequest.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using agent::core::transport::Message;
+using namespace agent::spf::streambuf;
+
+struct Refusal {
+    const char* name;
+    bool sink;
+    std::vector<Message> before;  // served first, successfully
+    Message request;
+    const char* text;
+};
+
+TEST(StreamBufferTest, EachRequestTheStreamCannotServeIsRefusedWithItsText) {
+    const std::uint8_t unknown = 9;
+    const std::uint8_t shortRead[] = {2, 0, 1};
+    const std::vector<Refusal> refusals = {
+        {"empty", true, {}, Message(), "Invalid stream request"},
+        {"unknown kind", false, {}, Message(&unknown, 1), "Invalid stream request"},
+        {"read without its count", false, {}, Message(shortRead, sizeof shortRead), "Invalid stream request"},
+        {"read of a sink", true, {}, makeReadRequest(1), "Data sink cannot be read"},
+        {"write to a source", false, {}, makeWriteRequest("x", 1), "Data source cannot be written"},
+        {"write after close", true, {makeCloseRequest()}, makeWriteRequest("x", 1), "Exported stream is closed"},
+        {"read after close", false, {makeCloseRequest()}, makeReadRequest(1), "Exported stream is closed"},
+    };
+    for (const auto& refusal : refusals) {
+        auto device = refusal.sink ? makeDevice(std::make_shared<std::ostringstream>())
+                                   : makeDevice(std::make_shared<std::istringstream>("abc"));
+        for (const auto& request : refusal.before) {
+            device->serve(request);
+        }
+        try {
+            device->serve(refusal.request);
+            ADD_FAILURE() << refusal.name << " was served";
+        } catch (const std::runtime_error& e) {
+            EXPECT_STREQ(refusal.text, e.what()) << refusal.name;
+        }
+    }
+}
+
+TEST(StreamBufferTest, ReadsAreServedInPartsUpToTheLargestAndEndEmptyAndASinkThatFailsSaysSo) {
+    const std::string text(kLargestRead + 10, 'x');
+    auto source = makeDevice(std::make_shared<std::istringstream>(text));
+    EXPECT_EQ(kLargestRead, source->serve(makeReadRequest(0xffffffff)).size());
+    EXPECT_EQ(10u, source->serve(makeReadRequest(100)).size());
+    EXPECT_TRUE(source->serve(makeReadRequest(100)).empty());
+
+    auto stream = std::make_shared<std::ostringstream>();
+    auto sink = makeDevice(stream);
+    sink->serve(makeWriteRequest("ab", 2));
+    EXPECT_EQ("ab", stream->str());
+    stream->setstate(std::ios::badbit);
+    EXPECT_THROW(sink->serve(makeWriteRequest("c", 1)), std::runtime_error);
+    EXPECT_FALSE(sink->isClosed());
+    sink->serve(makeCloseRequest());
+    EXPECT_TRUE(sink->isClosed());
+}
+
+}  // namespace
