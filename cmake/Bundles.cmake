@@ -1,5 +1,5 @@
 # add_bundle(<target> SYMBOLIC_NAME <bsn> MANIFEST <manifest.json>
-#            SOURCES <files...> [LIBS <targets...>])
+#            SOURCES <files...> [LIBS <targets...>] [HOSTED])
 #
 # Builds a bundle: a shared library compiled with US_BUNDLE_NAME=<bsn>, with a
 # generated source holding CPPMICROSERVICES_INITIALIZE_BUNDLE, and with its
@@ -7,6 +7,8 @@
 # without loading the library. The manifest must be a JSON object whose
 # bundle.symbolic_name equals <bsn>; the build fails otherwise. Every bundle
 # target is recorded in the global property CPPMICROSERVICES_BUNDLE_TARGETS.
+# HOSTED bundles are what a host runs: each is also linked from <build>/bundles, the folder
+# that spf-host installs by default (test bundles stay out of it).
 #
 # Appended layout (read by microservices/src/bundle/EmbeddedManifest.cpp):
 #   <manifest bytes><manifest length, 16 decimal digits>#US-MANIFEST-V1#
@@ -47,7 +49,7 @@ if(CMAKE_SCRIPT_MODE_FILE)
 endif()
 
 function(add_bundle target)
-  cmake_parse_arguments(ARG "" "SYMBOLIC_NAME;MANIFEST" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "HOSTED" "SYMBOLIC_NAME;MANIFEST" "SOURCES;LIBS" ${ARGN})
   if(NOT ARG_SYMBOLIC_NAME OR NOT ARG_MANIFEST OR NOT ARG_SOURCES)
     message(FATAL_ERROR "add_bundle(${target}): SYMBOLIC_NAME, MANIFEST and SOURCES are required")
   endif()
@@ -70,5 +72,12 @@ function(add_bundle target)
             -DUS_SYMBOLIC_NAME=${ARG_SYMBOLIC_NAME} -P ${CMAKE_CURRENT_FUNCTION_LIST_FILE}
     COMMENT "Embedding the manifest of bundle ${ARG_SYMBOLIC_NAME}"
     VERBATIM)
+  if(ARG_HOSTED)
+    add_custom_command(TARGET ${target} POST_BUILD
+      COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/bundles
+      COMMAND ${CMAKE_COMMAND} -E create_symlink $<TARGET_FILE:${target}>
+              ${CMAKE_BINARY_DIR}/bundles/$<TARGET_FILE_NAME:${target}>
+      VERBATIM)
+  endif()
   set_property(GLOBAL APPEND PROPERTY CPPMICROSERVICES_BUNDLE_TARGETS ${target})
 endfunction()
