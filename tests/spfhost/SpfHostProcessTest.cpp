@@ -2,6 +2,8 @@
 
 #include "ChildProcess.h"
 
+#include "agent/control/AgentRegistry.h"
+
 #include <gmock/gmock.h>
 
 #include <csignal>
@@ -43,17 +45,26 @@ TEST(SpfHostProcessTest, ItAppliesItsConfigurationFolderAndStopsCleanlyOnSigterm
     std::ofstream(folder / "qz.spf.legacyservicepublisher~local.json")
         << R"({"config": {"endpointsToConnectTo": ["inprocess"]}, "serviceConfigurations": []})";
 
-    ChildProcess host(SPF_HOST_PATH, {"--config-dir", folder.string(), "--log-level", "info"},
+    const auto registry = folder / "registry";
+    const auto socket = folder / "host.ipc";
+    ChildProcess host(SPF_HOST_PATH,
+                      {"--config-dir", folder.string(), "--log-level", "info", "--registry", registry.string(), "--name",
+                       "test-host", "--listen", "ipc://" + socket.string()},
                       ChildProcess::Stderr::Capture);
     EXPECT_EQ("ready", host.readLine(soon()).value_or("(no line)"));
+    // Other processes find the host's exchange in the registry while it runs.
+    const auto agents = agent::control::enumerateAllRunningAgents(registry, 0);
+    ASSERT_EQ(1u, agents.size());
+    EXPECT_EQ("test-host", agents[0].getName());
+    EXPECT_EQ("ipc://" + socket.string(), agents[0].getExchange());
     host.signal(SIGTERM);
     const auto status = host.waitForExit(soon());
     ASSERT_TRUE(status);
     EXPECT_EQ("exit status 0", ChildProcess::describe(*status));
     const auto log = host.readRemainingStderr(soon());
     EXPECT_THAT(log, HasSubstr("Creating configuration local"));
-    EXPECT_THAT(log, HasSubstr("Service started notification for directory on endpoint inprocess"));
     EXPECT_THAT(log, HasSubstr("Stopping on Terminated"));
+    EXPECT_TRUE(agent::control::enumerateAllRunningAgents(registry, 0).empty());
     std::filesystem::remove_all(folder);
 }
 

@@ -56,6 +56,11 @@ bool startsFirst(const cppmicroservices::Bundle& bundle) {
     return name == "declarative_services" || name == "configuration_admin";
 }
 
+const std::set<std::string> kHostBundles = {
+    "declarative_services",       "configuration_admin",     "spf_invokablepublisher",
+    "spf_serialisationcatalogue", "spf_threadpoolprovider",  "spf_inprocessdiscovery",
+    "com_norbridge_agentspflegacyservicepublisher"};
+
 std::string stillRunning(const std::vector<cppmicroservices::Bundle>& bundles) {
     std::ostringstream names;
     for (const auto& bundle : bundles) {
@@ -69,12 +74,17 @@ std::string stillRunning(const std::vector<cppmicroservices::Bundle>& bundles) {
 
 }  // namespace
 
-Host::Host(const std::vector<std::filesystem::path>& bundleFolders) {
+Host::Host(const std::vector<std::filesystem::path>& bundleFolders,
+           const std::map<std::string, std::string>& properties) {
     const auto libraries = librariesIn(bundleFolders);
     storage_ = std::filesystem::temp_directory_path() /
                ("spf-host-" + std::to_string(::getpid()) + "-" + std::to_string(std::random_device()()));
-    framework_.emplace(cppmicroservices::FrameworkFactory().NewFramework(
-        {{cppmicroservices::Constants::FRAMEWORK_STORAGE, storage_.string()}}));
+    cppmicroservices::FrameworkConfiguration configuration{
+        {cppmicroservices::Constants::FRAMEWORK_STORAGE, storage_.string()}};
+    for (const auto& [key, value] : properties) {
+        configuration[key] = value;
+    }
+    framework_.emplace(cppmicroservices::FrameworkFactory().NewFramework(configuration));
     framework_->Start();
     auto context = framework_->GetBundleContext();
     for (const auto& library : libraries) {
@@ -87,14 +97,30 @@ Host::Host(const std::vector<std::filesystem::path>& bundleFolders) {
         }
     }
     std::stable_partition(bundles_.begin(), bundles_.end(), startsFirst);
+    auto missing = kHostBundles;
     for (auto& bundle : bundles_) {
+        const auto name = bundle.GetSymbolicName();
         try {
             bundle.Start();
-            FOUNDATION_LOG(logger(), debug) << "Started bundle " << bundle.GetSymbolicName();
+            missing.erase(name);
+            FOUNDATION_LOG(logger(), debug) << "Started bundle " << name;
         } catch (const std::exception& e) {
-            FOUNDATION_LOG(logger(), error) << "Bundle " << bundle.GetSymbolicName() << " did not start: " << e.what();
+            if (kHostBundles.count(name) != 0) {
+                giveUp("Bundle " + name + " did not start: " + e.what());
+            }
+            FOUNDATION_LOG(logger(), error) << "Bundle " << name << " did not start: " << e.what();
         }
     }
+    if (!missing.empty()) {
+        giveUp("The bundle folders lack the bundle " + *missing.begin());
+    }
+}
+
+void Host::giveUp(const std::string& why) {
+    stop();
+    std::error_code ignored;
+    std::filesystem::remove_all(storage_, ignored);
+    throw std::runtime_error(why);
 }
 
 Host::~Host() {

@@ -6,6 +6,8 @@
 
 #include <chrono>
 #include <filesystem>
+#include <map>
+#include <string>
 #include <optional>
 #include <vector>
 
@@ -16,8 +18,11 @@ namespace spfhost {
 // in them that is no bundle is passed over). Storage lives in a temporary folder of its own.
 class Host {
 public:
-    // Throws std::runtime_error naming the folder or bundle that cannot be used.
-    explicit Host(const std::vector<std::filesystem::path>& bundleFolders);
+    // `properties` are the framework's. Throws std::runtime_error naming the folder that
+    // cannot be read, or the bundle of the host's own set (Declarative Services, Configuration
+    // Admin, the platform bundles, the publisher) that is missing or does not start; other
+    // bundles that do not start are logged and left.
+    Host(const std::vector<std::filesystem::path>& bundleFolders, const std::map<std::string, std::string>& properties);
     // Stops the framework; says on the log which bundles it waits for when that takes more
     // than a second, and gives up after `stopTimeout`.
     ~Host();
@@ -32,6 +37,9 @@ public:
     static constexpr std::chrono::seconds stopTimeout{30};
 
 private:
+    // For the constructor: stops what started and throws std::runtime_error(why).
+    [[noreturn]] void giveUp(const std::string& why);
+
     std::filesystem::path storage_;
     std::optional<cppmicroservices::Framework> framework_;
     std::vector<cppmicroservices::Bundle> bundles_;

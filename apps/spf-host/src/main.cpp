@@ -15,6 +15,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 #include <iostream>
 #include <map>
 #include <optional>
@@ -33,6 +34,13 @@ const std::map<std::string, std::uint32_t> kLogLevels = {
     {"debug", 0x11e},
     {"trace", 0x11f},
 };
+
+// An ipc:// socket of this process in the user's runtime folder.
+std::string defaultListenUrl() {
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    const std::string folder = runtime != nullptr && runtime[0] == '/' ? runtime : "/tmp";
+    return "ipc://" + folder + "/spf-host-" + std::to_string(::getpid()) + ".ipc";
+}
 
 std::shared_ptr<cppmicroservices::service::cm::ConfigurationAdmin> configurationAdmin(
     const cppmicroservices::BundleContext& context) {
@@ -58,6 +66,16 @@ int main(int argc, char** argv) {
                    "A folder of publisher configurations, qz.spf.legacyservicepublisher~<name>.json, kept in force");
     app.add_option("--log-level", logLevel, "error, warning, info, debug or trace (default: info)")
         ->check(CLI::IsMember({"error", "warning", "info", "debug", "trace"}));
+    std::string listen = defaultListenUrl();
+    std::string name = "spf-host";
+    std::string registry;
+    bool noListen = false;
+    app.add_option("--listen", listen,
+                   "Where other processes join the host's exchange; it is entered in the agent registry "
+                   "(desktopservices) under --name (default: " + listen + ")");
+    app.add_flag("--no-listen", noListen, "The host's exchange stays in the process");
+    app.add_option("--name", name, "The host's name in the agent registry (default: spf-host)");
+    app.add_option("--registry", registry, "The agent registry folder to use instead of the default");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -71,8 +89,16 @@ int main(int argc, char** argv) {
         bundleFolders.push_back(SPF_HOST_BUNDLE_DIR);
     }
 
+    std::map<std::string, std::string> properties;
+    if (!noListen) {
+        properties = {{"agent.spf.serviceHostExchange.listen", listen},
+                      {"agent.spf.serviceHostExchange.name", name},
+                      {"agent.spf.serviceHostExchange.registry", registry}};
+    }
+
     try {
-        spfhost::Host host(std::vector<std::filesystem::path>(bundleFolders.begin(), bundleFolders.end()));
+        spfhost::Host host(std::vector<std::filesystem::path>(bundleFolders.begin(), bundleFolders.end()),
+                           properties);
         std::optional<spfhost::ConfigFolder> configurations;
         if (!configFolder.empty()) {
             configurations.emplace(configFolder, configurationAdmin(host.context()));

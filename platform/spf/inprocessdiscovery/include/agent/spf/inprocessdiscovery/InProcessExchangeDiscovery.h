@@ -35,6 +35,9 @@ public:
 
     // The URL other containers of this process dial to join the exchange.
     const std::string& endpoint() const noexcept { return endpoint_; }
+    // Lets containers of other processes join too, at `url` (ipc:// or tcp://); returns the
+    // URL they dial. Throws the exchange's std::runtime_error when it cannot listen there.
+    std::string listen(const std::string& url) { return exchange_.listen(url); }
 
 private:
     const std::chrono::milliseconds timeout_;
