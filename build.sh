@@ -14,7 +14,7 @@ cd "$(dirname "$0")"
 PACKAGES=(cmake g++ ninja-build pkg-config
           libgtest-dev libgmock-dev libbenchmark-dev
           libboost-dev libboost-context-dev
-          libnng-dev nlohmann-json3-dev python3-avro libcli11-dev)
+          libnng-dev nlohmann-json3-dev python3-avro libcli11-dev libedit-dev)
 
 die() { echo "build.sh: $*" >&2; exit 2; }
 

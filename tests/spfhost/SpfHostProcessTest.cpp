@@ -9,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <tuple>
 
 namespace {
 
@@ -39,11 +40,20 @@ TEST(SpfHostProcessTest, ABadCommandLineEndsWithStatusTwoAndABadFolderWithOne) {
     }
 }
 
-TEST(SpfHostProcessTest, ItAppliesItsConfigurationFolderAndStopsCleanlyOnSigterm) {
+// A configuration folder that runs the demo services on the host's own exchange.
+std::filesystem::path demoConfiguration() {
     const auto folder = std::filesystem::temp_directory_path() / ("spf-host-test-" + std::to_string(::getpid()));
     std::filesystem::create_directories(folder);
-    std::ofstream(folder / "qz.spf.legacyservicepublisher~local.json")
-        << R"({"config": {"endpointsToConnectTo": ["inprocess"]}, "serviceConfigurations": []})";
+    std::ofstream(folder / "qz.spf.legacyservicepublisher~local.json") << R"({
+        "config": {"endpointsToConnectTo": ["inprocess"]},
+        "serviceConfigurations": [
+            {"name": "demo.Calculator", "version": {"major": 1}, "requestedProperties": {}, "uniqueID": "calculator"},
+            {"name": "demo.Text", "version": {"major": 1}, "requestedProperties": {}, "uniqueID": "text"}]})";
+    return folder;
+}
+
+TEST(SpfHostProcessTest, ItAppliesItsConfigurationFolderAndStopsCleanlyOnSigterm) {
+    const auto folder = demoConfiguration();
 
     const auto registry = folder / "registry";
     const auto socket = folder / "host.ipc";
@@ -65,6 +75,65 @@ TEST(SpfHostProcessTest, ItAppliesItsConfigurationFolderAndStopsCleanlyOnSigterm
     EXPECT_THAT(log, HasSubstr("Creating configuration local"));
     EXPECT_THAT(log, HasSubstr("Stopping on Terminated"));
     EXPECT_TRUE(agent::control::enumerateAllRunningAgents(registry, 0).empty());
+    std::filesystem::remove_all(folder);
+}
+
+// The console's commands through --exec and through the control socket: results, and one line
+// for each command that fails, with the exit status saying whether all succeeded.
+TEST(SpfHostProcessTest, ConsoleCommandsAnswerThroughExecAndTheControlSocket) {
+    const auto folder = demoConfiguration();
+    const struct {
+        const char* command;
+        const char* answer;
+    } rows[] = {
+        {"wait demo.Calculator", "demo.Calculator 1.0.0.0 is published on inprocess"},
+        {"wait demo.Text", "demo.Text 1.0.0.0 is published on inprocess"},
+        {"describe demo.Calculator", "  divide (double, double) -> double"},
+        {"call demo.Calculator add 2 40", "42\n"},
+        {"call demo.Text words 'three small words'", "[\"three\",\"small\",\"words\"]"},
+        {"call demo.Text length \"two words\"", "9\n"},
+        {"call demo.Calculator sum [1,2,3] --timeout 2000", "6\n"},
+        {"call demo.Calculator add long:1 long:2 --returns long", "3\n"},
+        {"call demo.Calculator divide 1 0", "error: Division by zero"},
+        {"call demo.Calculator add 1", "error: add takes 2 arguments (long, long) -> long, got 1"},
+        {"call demo.Calculator add x 1", "error: Argument 1: not JSON: x"},
+        {"call demo.Calculator add 1 2 --version 2", "error: No invokable named demo.Calculator of version 2"},
+        {"call demo.Text upper 'open", "error: Unbalanced quotes"},
+        {"bogus", "error: Unknown command bogus (try help)"},
+    };
+    std::vector<std::string> arguments = {"--config-dir", folder.string(), "--no-listen", "--log-level", "error"};
+    for (const auto& row : rows) {
+        arguments.insert(arguments.end(), {"--exec", row.command});
+    }
+    ChildProcess scripted(SPF_HOST_PATH, arguments);
+    const auto output = scripted.readRemainingStdout(soon());
+    for (const auto& row : rows) {
+        EXPECT_THAT(output, HasSubstr(row.answer)) << row.command;
+    }
+    const auto status = scripted.waitForExit(soon());
+    ASSERT_TRUE(status);
+    EXPECT_EQ("exit status 1", ChildProcess::describe(*status)) << "some commands failed";
+
+    const auto control = (folder / "host.control").string();
+    ChildProcess host(SPF_HOST_PATH, {"--config-dir", folder.string(), "--no-listen", "--control", control});
+    ASSERT_EQ("ready", host.readLine(soon()).value_or("(no line)"));
+    for (const auto& [command, answer, exitStatus] :
+         {std::make_tuple(std::vector<std::string>{"wait", "demo.Text"}, "is published", 0),
+          std::make_tuple(std::vector<std::string>{"call", "demo.Text", "upper", "\"two words\""}, "\"TWO WORDS\"", 0),
+          std::make_tuple(std::vector<std::string>{"call", "nothing", "x"}, "error: No invokable named nothing", 1)}) {
+        std::vector<std::string> ctl = {"ctl", "--control", control};
+        ctl.insert(ctl.end(), command.begin(), command.end());
+        ChildProcess client(SPF_HOST_PATH, ctl);
+        EXPECT_THAT(client.readRemainingStdout(soon()), HasSubstr(answer));
+        const auto clientStatus = client.waitForExit(soon());
+        ASSERT_TRUE(clientStatus);
+        EXPECT_EQ(ChildProcess::describe(exitStatus << 8), ChildProcess::describe(*clientStatus));
+    }
+    EXPECT_EQ(std::filesystem::perms::owner_all,
+              std::filesystem::status(control).permissions() & std::filesystem::perms::all) << "owner only";
+    host.signal(SIGTERM);
+    ASSERT_TRUE(host.waitForExit(soon()));
+    EXPECT_FALSE(std::filesystem::exists(control));
     std::filesystem::remove_all(folder);
 }
 

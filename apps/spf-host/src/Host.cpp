@@ -50,10 +50,14 @@ std::vector<std::filesystem::path> librariesIn(const std::vector<std::filesystem
 }
 
 // Declarative Services and Configuration Admin start first, so that every other bundle's
-// components and configurations are handled from its start.
-bool startsFirst(const cppmicroservices::Bundle& bundle) {
+// components and configurations are handled from its start; the publisher starts last, so that
+// it stops first and releases the bundles that wait in publishService for a configuration.
+int startRank(const cppmicroservices::Bundle& bundle) {
     const auto name = bundle.GetSymbolicName();
-    return name == "declarative_services" || name == "configuration_admin";
+    if (name == "declarative_services" || name == "configuration_admin") {
+        return 0;
+    }
+    return name == "com_norbridge_agentspflegacyservicepublisher" ? 2 : 1;
 }
 
 const std::set<std::string> kHostBundles = {
@@ -96,7 +100,8 @@ Host::Host(const std::vector<std::filesystem::path>& bundleFolders,
             FOUNDATION_LOG(logger(), debug) << "Passing over " << library.string() << ": " << e.what();
         }
     }
-    std::stable_partition(bundles_.begin(), bundles_.end(), startsFirst);
+    std::stable_sort(bundles_.begin(), bundles_.end(),
+                     [](const auto& a, const auto& b) { return startRank(a) < startRank(b); });
     auto missing = kHostBundles;
     for (auto& bundle : bundles_) {
         const auto name = bundle.GetSymbolicName();

@@ -1,9 +1,13 @@
 // spf-host: runs the legacy service publisher in a framework of its own with Declarative
-// Services, Configuration Admin and the platform bundles, until SIGINT or SIGTERM.
+// Services, Configuration Admin and the platform bundles, until SIGINT or SIGTERM; or, as
+// `spf-host ctl`, sends one console command to a running host.
 
 #include "ConfigFolder.h"
+#include "Console.h"
+#include "ControlSocket.h"
 #include "Host.h"
 #include "HostLogger.h"
+#include "LineEditor.h"
 
 #include "apps/common/TerminationSignals.h"
 
@@ -13,13 +17,16 @@
 
 #include <cppmicroservices/cm/ConfigurationAdmin.hpp>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 #include <iostream>
 #include <map>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -35,11 +42,19 @@ const std::map<std::string, std::uint32_t> kLogLevels = {
     {"trace", 0x11f},
 };
 
-// An ipc:// socket of this process in the user's runtime folder.
-std::string defaultListenUrl() {
+// The user's runtime folder, or a folder of the user's own under /tmp.
+std::filesystem::path runtimeFolder() {
     const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    const std::string folder = runtime != nullptr && runtime[0] == '/' ? runtime : "/tmp";
-    return "ipc://" + folder + "/spf-host-" + std::to_string(::getpid()) + ".ipc";
+    if (runtime != nullptr && runtime[0] == '/') {
+        return runtime;
+    }
+    const auto folder = std::filesystem::temp_directory_path() / ("spf-host-" + std::to_string(::getuid()));
+    ::mkdir(folder.c_str(), 0700);
+    return folder;
+}
+
+std::filesystem::path defaultControlPath(const std::string& name) {
+    return runtimeFolder() / (name + ".control");
 }
 
 std::shared_ptr<cppmicroservices::service::cm::ConfigurationAdmin> configurationAdmin(
@@ -51,64 +66,162 @@ std::shared_ptr<cppmicroservices::service::cm::ConfigurationAdmin> configuration
     return context.GetService(reference);
 }
 
+struct Options {
+    std::vector<std::string> bundleFolders;
+    std::string configFolder;
+    std::string logLevel = "info";
+    std::string listen;
+    bool noListen = false;
+    std::string name = "spf-host";
+    std::string registry;
+    std::string control;
+    std::vector<std::string> exec;
+};
+
+// Runs the console on the terminal until end of input or a termination signal.
+void runInteractively(const spfhost::Console& console, const apps::common::TerminationSignals& signals) {
+    int wake[2];
+    if (::pipe(wake) != 0) {
+        throw std::runtime_error("Cannot make a pipe for the console");
+    }
+    std::thread waiter([&signals, &wake] {
+        const int received = signals.wait();
+        FOUNDATION_LOG(spfhost::logger(), info) << "Stopping on " << ::strsignal(received);
+        const char byte = 0;
+        [[maybe_unused]] const auto ignored = ::write(wake[1], &byte, 1);
+    });
+    {
+        spfhost::LineEditor editor("spf-host", wake[0]);
+        std::cout << "Type help for the commands, Ctrl-D to stop the host." << std::endl;
+        while (const auto line = editor.readLine()) {
+            if (*line == "quit" || *line == "exit") {
+                break;
+            }
+            console.execute(*line, std::cout);
+            std::cout.flush();
+        }
+    }
+    // Ended by the user: the waiter is released the way a signal would.
+    ::kill(::getpid(), SIGTERM);
+    waiter.join();
+    ::close(wake[0]);
+    ::close(wake[1]);
+}
+
+int runHost(const Options& options, const apps::common::TerminationSignals& signals) {
+    std::vector<std::filesystem::path> folders(options.bundleFolders.begin(), options.bundleFolders.end());
+    if (folders.empty()) {
+        folders.push_back(SPF_HOST_BUNDLE_DIR);
+    }
+    std::map<std::string, std::string> properties;
+    if (!options.noListen) {
+        properties = {{"agent.spf.serviceHostExchange.listen",
+                       options.listen.empty() ? "ipc://" + (runtimeFolder() / (options.name + ".ipc")).string()
+                                              : options.listen},
+                      {"agent.spf.serviceHostExchange.name", options.name},
+                      {"agent.spf.serviceHostExchange.registry", options.registry}};
+    }
+
+    spfhost::Host host(folders, properties);
+    std::optional<spfhost::ConfigFolder> configurations;
+    if (!options.configFolder.empty()) {
+        configurations.emplace(options.configFolder, configurationAdmin(host.context()));
+    }
+    const spfhost::Console console(host.context(), configurations ? &*configurations : nullptr);
+    int status = 0;
+    {
+        const spfhost::ControlSocket control(
+            options.control.empty() ? defaultControlPath(options.name) : std::filesystem::path(options.control),
+            console);
+        if (!options.exec.empty()) {
+            for (const auto& command : options.exec) {
+                if (!console.execute(command, std::cout)) {
+                    status = 1;
+                }
+            }
+        } else if (::isatty(STDIN_FILENO)) {
+            runInteractively(console, signals);
+        } else {
+            std::cout << "ready" << std::endl;
+            const int received = signals.wait();
+            FOUNDATION_LOG(spfhost::logger(), info) << "Stopping on " << ::strsignal(received);
+        }
+    }
+    configurations.reset();
+    host.stop();
+    return host.stoppedCleanly() ? status : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const apps::common::TerminationSignals signals;
 
-    CLI::App app("Runs the legacy service publisher with the platform bundles until SIGINT or SIGTERM.", "spf-host");
-    std::vector<std::string> bundleFolders;
-    std::string configFolder;
-    std::string logLevel = "info";
-    app.add_option("--bundles", bundleFolders,
+    CLI::App app("Runs the legacy service publisher with the platform bundles until SIGINT or SIGTERM.\n"
+                 "On a terminal it takes console commands; `spf-host ctl COMMAND` sends one to a running host.",
+                 "spf-host");
+    Options options;
+    app.add_option("--bundles", options.bundleFolders,
                    "A folder whose bundles are installed and started (repeatable; default: " SPF_HOST_BUNDLE_DIR ")");
-    app.add_option("--config-dir", configFolder,
+    app.add_option("--config-dir", options.configFolder,
                    "A folder of publisher configurations, qz.spf.legacyservicepublisher~<name>.json, kept in force");
-    app.add_option("--log-level", logLevel, "error, warning, info, debug or trace (default: info)")
+    app.add_option("--log-level", options.logLevel, "error, warning, info, debug or trace (default: info)")
         ->check(CLI::IsMember({"error", "warning", "info", "debug", "trace"}));
-    std::string listen = defaultListenUrl();
-    std::string name = "spf-host";
-    std::string registry;
-    bool noListen = false;
-    app.add_option("--listen", listen,
-                   "Where other processes join the host's exchange; it is entered in the agent registry "
-                   "(desktopservices) under --name (default: " + listen + ")");
-    app.add_flag("--no-listen", noListen, "The host's exchange stays in the process");
-    app.add_option("--name", name, "The host's name in the agent registry (default: spf-host)");
-    app.add_option("--registry", registry, "The agent registry folder to use instead of the default");
+    app.add_option("--listen", options.listen,
+                   "Where other processes join the host's exchange, entered in the agent registry "
+                   "(desktopservices) under --name (default: ipc://<runtime folder>/<name>.ipc)");
+    app.add_flag("--no-listen", options.noListen, "The host's exchange stays in the process");
+    app.add_option("--name", options.name, "The host's name in the agent registry and of its control socket "
+                                           "(default: spf-host)");
+    app.add_option("--registry", options.registry, "The agent registry folder to use instead of the default");
+    app.add_option("--control", options.control,
+                   "The control socket (default: <runtime folder>/<name>.control)");
+    app.add_option("--exec", options.exec,
+                   "Runs a console command once the host is up (repeatable), then stops; the exit status says "
+                   "whether every command succeeded");
+    auto* ctl = app.add_subcommand("ctl", "Sends COMMAND to the host at --control (or of --name) and prints its answer");
+    std::string ctlControl;
+    std::string ctlName = "spf-host";
+    ctl->add_option("--control", ctlControl, "The host's control socket");
+    ctl->add_option("--name", ctlName, "The host's name, when --control is not given (default: spf-host)");
+    ctl->prefix_command();
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? 0 : 2;
     }
+
+    if (ctl->parsed()) {
+        const auto words = ctl->remaining();
+        if (words.empty()) {
+            std::cerr << "spf-host ctl: a COMMAND is needed\n";
+            return 2;
+        }
+        std::string command;
+        for (const auto& word : words) {
+            // Each word was one argument of the shell: quoted again so that the console splits it the
+            // same (a word that holds a single quote cannot be, and goes as it is).
+            const bool plain = word.find_first_of(" \t'\"") == std::string::npos || word.find('\'') != std::string::npos;
+            command += (command.empty() ? "" : " ") + (plain ? word : "'" + word + "'");
+        }
+        try {
+            const auto path = ctlControl.empty() ? defaultControlPath(ctlName) : std::filesystem::path(ctlControl);
+            return spfhost::ControlSocket::send(path,
+                                                command, std::cout)
+                       ? 0
+                       : 1;
+        } catch (const std::exception& e) {
+            std::cerr << "spf-host ctl: " << e.what() << "\n";
+            return 1;
+        }
+    }
+
     if (app.count("--log-level") != 0 || std::getenv("FOUNDATION_LOG_MASK") == nullptr) {
         // Read by every logger made from here on, the bundles' included.
-        ::setenv("FOUNDATION_LOG_MASK", std::to_string(kLogLevels.at(logLevel)).c_str(), 1);
+        ::setenv("FOUNDATION_LOG_MASK", std::to_string(kLogLevels.at(options.logLevel)).c_str(), 1);
     }
-    if (bundleFolders.empty()) {
-        bundleFolders.push_back(SPF_HOST_BUNDLE_DIR);
-    }
-
-    std::map<std::string, std::string> properties;
-    if (!noListen) {
-        properties = {{"agent.spf.serviceHostExchange.listen", listen},
-                      {"agent.spf.serviceHostExchange.name", name},
-                      {"agent.spf.serviceHostExchange.registry", registry}};
-    }
-
     try {
-        spfhost::Host host(std::vector<std::filesystem::path>(bundleFolders.begin(), bundleFolders.end()),
-                           properties);
-        std::optional<spfhost::ConfigFolder> configurations;
-        if (!configFolder.empty()) {
-            configurations.emplace(configFolder, configurationAdmin(host.context()));
-        }
-        std::cout << "ready" << std::endl;
-        const int received = signals.wait();
-        FOUNDATION_LOG(spfhost::logger(), info) << "Stopping on " << ::strsignal(received);
-        configurations.reset();
-        host.stop();
-        return host.stoppedCleanly() ? 0 : 1;
+        return runHost(options, signals);
     } catch (const std::exception& e) {
         std::cerr << "spf-host: " << e.what() << "\n";
         return 1;
