@@ -67,8 +67,10 @@ case "$command" in
     ctest --test-dir "$build_dir" --output-on-failure -j2
     ;;
   demo)
-    echo "build.sh: the demo is not there yet" >&2
-    exit 1
+    ensure_packages
+    cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" -DLSP_SANITIZE="$sanitize"
+    cmake --build "$build_dir" -j2 --target spf-host agent-exchange legacy-agent
+    exec scripts/demo.sh "$build_dir"
     ;;
   bench)
     [ -z "$sanitize" ] || die "benchmarks run on the Release build only"

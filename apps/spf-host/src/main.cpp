@@ -20,6 +20,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -84,9 +85,14 @@ void runInteractively(const spfhost::Console& console, const apps::common::Termi
     if (::pipe(wake) != 0) {
         throw std::runtime_error("Cannot make a pipe for the console");
     }
-    std::thread waiter([&signals, &wake] {
+    std::atomic<bool> consoleEnded{false};
+    std::thread waiter([&signals, &wake, &consoleEnded] {
         const int received = signals.wait();
-        FOUNDATION_LOG(spfhost::logger(), info) << "Stopping on " << ::strsignal(received);
+        if (consoleEnded) {
+            FOUNDATION_LOG(spfhost::logger(), info) << "Stopping: the console ended";
+        } else {
+            FOUNDATION_LOG(spfhost::logger(), info) << "Stopping on " << ::strsignal(received);
+        }
         const char byte = 0;
         [[maybe_unused]] const auto ignored = ::write(wake[1], &byte, 1);
     });
@@ -102,6 +108,8 @@ void runInteractively(const spfhost::Console& console, const apps::common::Termi
         }
     }
     // Ended by the user: the waiter is released the way a signal would.
+    std::cout << std::endl;
+    consoleEnded = true;
     ::kill(::getpid(), SIGTERM);
     waiter.join();
     ::close(wake[0]);
