@@ -57,8 +57,13 @@ void replaceEach(GenericPayload& args, const Replace& replace) {
 }  // namespace
 
 InvokableImpl::InvokableImpl(agent::core::serviceutils::ServiceStub stub, agent::core::serviceutils::Context context,
-                             std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue> catalogue)
-    : stub(std::move(stub)), context(std::move(context)), catalogue(std::move(catalogue)), multipart(false) {
+                             std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue> catalogue,
+                             std::shared_ptr<CallStatistics> statistics)
+    : stub(std::move(stub)),
+      context(std::move(context)),
+      catalogue(std::move(catalogue)),
+      statistics(std::move(statistics)),
+      multipart(false) {
     const auto wireFormat = this->stub.getMetadata("spf.wireFormat").value_or(kDefaultWireFormat);
     const auto suffix = wireFormat.find(kMultipartSuffix);
     multipart = suffix != std::string::npos;
@@ -85,6 +90,7 @@ void InvokableImpl::invokeAsync(std::optional<std::chrono::milliseconds> timeout
                                 CompletionHandler handler, GenericPayload args) {
     // Copies share one completion, so this one can still fail the call once the other has moved.
     const CompletionHandler failure = handler;
+    const auto started = std::chrono::steady_clock::now();
     try {
         std::lock_guard<std::mutex> lock(mutex);
         if (!valid) {
@@ -93,17 +99,25 @@ void InvokableImpl::invokeAsync(std::optional<std::chrono::milliseconds> timeout
         // The pool's work items must be copyable; the arguments may not be.
         auto arguments = std::make_shared<GenericPayload>(std::move(args));
         context.getThreadPool().postWork(
-            [self = shared_from_this(), timeout, name = std::move(name), handler = std::move(handler), arguments] {
-                self->invoke(timeout, name, handler, *arguments);
-            });
+            [self = shared_from_this(), timeout, name = std::move(name), handler = std::move(handler), arguments,
+             started] { self->invoke(timeout, name, handler, *arguments, started); });
     } catch (...) {
+        count(CallStatistics::Outcome::failed, started);
         fail(failure, std::current_exception());
     }
 }
 
+void InvokableImpl::count(CallStatistics::Outcome outcome, std::chrono::steady_clock::time_point started) const noexcept {
+    if (statistics) {
+        statistics->record(outcome, std::chrono::steady_clock::now() - started);
+    }
+}
+
 void InvokableImpl::invoke(const std::optional<std::chrono::milliseconds>& timeout, const std::string& name,
-                           const CompletionHandler& handler, GenericPayload& args) {
+                           const CompletionHandler& handler, GenericPayload& args,
+                           std::chrono::steady_clock::time_point started) {
     std::exception_ptr failure;
+    auto outcome = CallStatistics::Outcome::failed;
     try {
         handleAnyExportedCallbacksInArgs(args);
         handleAnyExportedDataSinkInArgs(args);
@@ -115,18 +129,23 @@ void InvokableImpl::invoke(const std::optional<std::chrono::milliseconds>& timeo
         if (timeout) {
             const auto deadline = std::chrono::steady_clock::now() + *timeout;
             if (reply.wait_until(deadline) == std::future_status::timeout) {
+                outcome = CallStatistics::Outcome::timedOut;
                 throw std::runtime_error("Timeout");
             }
         }
         const auto message = reply.get();
         auto result = LegacyMessageFraming::readReply(message.makeView(0, 0), deserialiser, multipart);
+        count(CallStatistics::Outcome::succeeded, started);
+        outcome = CallStatistics::Outcome::succeeded;
         handler(std::move(result));
+        return;
     } catch (...) {
         failure = std::current_exception();
     }
-    if (failure) {
-        fail(handler, std::move(failure));
+    if (outcome != CallStatistics::Outcome::succeeded) {  // a handler that throws was counted already
+        count(outcome, started);
     }
+    fail(handler, std::move(failure));
 }
 
 void InvokableImpl::forceCleanup() noexcept {

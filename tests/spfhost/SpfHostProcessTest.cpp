@@ -100,6 +100,8 @@ TEST(SpfHostProcessTest, ConsoleCommandsAnswerThroughExecAndTheControlSocket) {
         {"call demo.Calculator add 1 2 --version 2", "error: No invokable named demo.Calculator of version 2"},
         {"call demo.Text upper 'open", "error: Unbalanced quotes"},
         {"bogus", "error: Unknown command bogus (try help)"},
+        // add, sum, the typed add and divide reached the service; divide failed.
+        {"status", "  demo.Calculator  1.0.0.0  inprocess  4      1         0"},
     };
     std::vector<std::string> arguments = {"--config-dir", folder.string(), "--no-listen", "--log-level", "error"};
     for (const auto& row : rows) {
@@ -110,12 +112,15 @@ TEST(SpfHostProcessTest, ConsoleCommandsAnswerThroughExecAndTheControlSocket) {
     for (const auto& row : rows) {
         EXPECT_THAT(output, HasSubstr(row.answer)) << row.command;
     }
+    EXPECT_THAT(output, HasSubstr("  inprocess  connected\n"));
+    EXPECT_THAT(output, HasSubstr("  demo.Text 1 (local/text)  running on inprocess\n"));
     const auto status = scripted.waitForExit(soon());
     ASSERT_TRUE(status);
     EXPECT_EQ("exit status 1", ChildProcess::describe(*status)) << "some commands failed";
 
     const auto control = (folder / "host.control").string();
-    ChildProcess host(SPF_HOST_PATH, {"--config-dir", folder.string(), "--no-listen", "--control", control});
+    ChildProcess host(SPF_HOST_PATH,
+                      {"--config-dir", folder.string(), "--no-listen", "--control", control, "--log-level", "error"});
     ASSERT_EQ("ready", host.readLine(soon()).value_or("(no line)"));
     for (const auto& [command, answer, exitStatus] :
          {std::make_tuple(std::vector<std::string>{"wait", "demo.Text"}, "is published", 0),

@@ -3,6 +3,7 @@
 #include "JsonValues.h"
 
 #include "agent/spf/core/Invokable.h"
+#include "agent/spf/legacyservicepublisher/PublisherStatus.h"
 #include "agent/spf/servicepublisher/InvokablePublisher.h"
 
 #include <boost/uuid/uuid_io.hpp>
@@ -43,6 +44,7 @@ const char* const kHelp =
     "                                 calls a method; ARG is JSON (a bare word is a string) or TYPE:JSON\n"
     "configs                          the publisher configurations in force\n"
     "wait NAME [MS]                   until an invokable of that name is published\n"
+    "status                           connections, configured services, and the calls of each invokable\n"
     "help                             this text\n";
 
 // A command's words: positional ones, and the values of the options it takes.
@@ -202,6 +204,21 @@ void appendArgument(GenericPayload& payload, std::size_t index, const std::strin
     }
 }
 
+// Columns as wide as their widest cell, two blanks apart.
+void printTable(const std::vector<std::vector<std::string>>& rows, std::ostream& out, const std::string& indent) {
+    std::vector<std::size_t> widths(rows.front().size(), 0);
+    for (const auto& row : rows) {
+        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+    }
+    for (const auto& row : rows) {
+        out << indent;
+        for (std::size_t i = 0; i + 1 < row.size(); ++i) {
+            out << std::left << std::setw(static_cast<int>(widths[i] + 2)) << row[i];
+        }
+        out << row.back() << "\n";
+    }
+}
+
 }  // namespace
 
 Console::Console(cppmicroservices::BundleContext context, const ConfigFolder* configurations)
@@ -265,6 +282,8 @@ void Console::run(const std::vector<std::string>& words, std::ostream& out) cons
         configs(out);
     } else if (command == "wait") {
         wait(words, out);
+    } else if (command == "status") {
+        status(out);
     } else if (command == "help") {
         out << kHelp;
     } else {
@@ -296,17 +315,7 @@ void Console::list(const std::vector<std::string>& words, std::ostream& out) con
     for (const auto& factory : factories) {
         rows.push_back({factory.name, factory.version.toString(), endpointOf(factory), uuidText(factory.uuid)});
     }
-    std::vector<std::size_t> widths(4, 0);
-    for (const auto& row : rows) {
-        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-    }
-    for (const auto& row : rows) {
-        for (std::size_t i = 0; i + 1 < row.size(); ++i) {
-            out << std::left << std::setw(static_cast<int>(widths[i] + 2)) << row[i];
-        }
-        out << row.back();
-        out << "\n";
-    }
+    printTable(rows, out, "");
 }
 
 void Console::describe(const std::vector<std::string>& words, std::ostream& out) const {
@@ -416,6 +425,55 @@ void Console::configs(std::ostream& out) const {
         out << name << "  from " << (source == sources.end() ? "Configuration Admin" : source->second) << "\n  "
             << properties.str() << "\n";
     }
+}
+
+void Console::status(std::ostream& out) const {
+    using agent::spf::legacyservicepublisher::PublisherStatus;
+    const auto reference = context_.GetServiceReference<PublisherStatus>();
+    const auto publisherStatus = reference ? context_.GetService(reference) : nullptr;
+    if (!publisherStatus) {
+        throw std::runtime_error("The publisher is not running");
+    }
+    const auto report = publisherStatus->report();
+    out << "connections:\n";
+    if (report.connections.empty()) out << "  (no configuration names an endpoint)\n";
+    for (const auto& connection : report.connections) {
+        static const char* const states[] = {"connected", "pending", "failed for good", "waiting"};
+        out << "  " << connection.endpoint << "  " << states[static_cast<int>(connection.state)];
+        if (!connection.exchange.empty() && connection.exchange != connection.endpoint) {
+            out << "  " << connection.exchange;
+        }
+        if (!connection.detail.empty()) out << "  (" << connection.detail << ")";
+        out << "\n";
+    }
+    out << "services:\n";
+    if (report.services.empty()) out << "  (no configuration asks for a service)\n";
+    for (const auto& service : report.services) {
+        out << "  " << service.name << " " << service.major << " (" << service.configuration << "/" << service.uniqueID
+            << ")";
+        if (!service.runningOn.empty()) {
+            out << "  running on";
+            for (const auto& endpoint : service.runningOn) out << " " << endpoint;
+        }
+        out << "\n";
+        for (const auto& problem : service.problems) out << "    not running on " << problem << "\n";
+    }
+    out << "invokables:\n";
+    std::vector<std::vector<std::string>> rows = {
+        {"NAME", "VERSION", "ENDPOINT", "CALLS", "FAILURES", "TIMEOUTS", "P50 ms", "P90 ms", "P99 ms"}};
+    const auto milliseconds = [](const std::optional<double>& value) {
+        if (!value) return std::string("-");
+        std::ostringstream text;
+        text << std::setprecision(3) << *value;
+        return text.str();
+    };
+    for (const auto& invokable : report.invokables) {
+        rows.push_back({invokable.name, invokable.version.toString(), invokable.endpoint,
+                        std::to_string(invokable.calls.calls), std::to_string(invokable.calls.failures),
+                        std::to_string(invokable.calls.timeouts), milliseconds(invokable.calls.p50),
+                        milliseconds(invokable.calls.p90), milliseconds(invokable.calls.p99)});
+    }
+    printTable(rows, out, "  ");
 }
 
 void Console::wait(const std::vector<std::string>& words, std::ostream& out) const {

@@ -16,6 +16,7 @@ namespace spfhost {
 //   call NAME METHOD [ARG...] [--timeout MS] [--version V] [--returns TYPE]
 //   configs                            the publisher configurations in force
 //   wait NAME [MS]                     until an invokable of that name is published
+//   status                             connections, configured services, calls per invokable
 //   help
 // A call's arguments are JSON values (a bare word is a string), converted to the types of the
 // method's signature; TYPE:JSON gives an argument's type where the service publishes none.
@@ -42,6 +43,7 @@ private:
     void call(const std::vector<std::string>& words, std::ostream& out) const;
     void configs(std::ostream& out) const;
     void wait(const std::vector<std::string>& words, std::ostream& out) const;
+    void status(std::ostream& out) const;
 
     cppmicroservices::BundleContext context_;
     const ConfigFolder* configurations_;

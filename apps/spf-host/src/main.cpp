@@ -138,9 +138,15 @@ int runHost(const Options& options, const apps::common::TerminationSignals& sign
     const spfhost::Console console(host.context(), configurations ? &*configurations : nullptr);
     int status = 0;
     {
-        const spfhost::ControlSocket control(
-            options.control.empty() ? defaultControlPath(options.name) : std::filesystem::path(options.control),
-            console);
+        // Without its control socket the host still runs; only spf-host ctl cannot reach it.
+        std::optional<spfhost::ControlSocket> control;
+        try {
+            control.emplace(options.control.empty() ? defaultControlPath(options.name)
+                                                    : std::filesystem::path(options.control),
+                            console);
+        } catch (const std::exception& e) {
+            FOUNDATION_LOG(spfhost::logger(), foundation::log::severity::warning) << e.what();
+        }
         if (!options.exec.empty()) {
             for (const auto& command : options.exec) {
                 if (!console.execute(command, std::cout)) {

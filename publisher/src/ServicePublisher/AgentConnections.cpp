@@ -79,9 +79,11 @@ std::optional<ServicePublisher::AgentConnection> ServicePublisher::createNewAgen
             alive->store(false);
         };
         container.reset();
+        noteConnectionError(endpoint, "");
         return AgentConnection(std::move(contextFactory), std::move(cleanup), std::move(directoryClient),
                                subscription);
     } catch (...) {
+        noteConnectionError(endpoint, currentExceptionMessage());
         logCurrentException(severity::error, "Failed to create AgentConnection for exchange endpoint: " + endpoint);
         return std::nullopt;
     }

@@ -7,6 +7,7 @@
 
 #include "agent/spf/servicepublisher/HighestVersionedInterfaceWithMatchingPropertiesFinder.h"
 
+#include "foundation/log/DiagnosticLogger.h"
 #include "foundation/log/Severity.h"
 
 #include <boost/tuple/tuple.hpp>
@@ -17,6 +18,16 @@
 namespace agent::spf::legacyservicepublisher {
 
 namespace severity = foundation::log::severity;
+
+namespace {
+
+// The finder's own logger logs what it does not find; the component keeps the text too.
+const foundation::log::diagnostic_logger& finderLogger() {
+    static const auto* logger = new foundation::log::diagnostic_logger("agent::spf::servicepublisher");
+    return *logger;
+}
+
+}  // namespace
 
 // Call with connectionsMutex held.
 std::vector<ServicePublisher::AgentConnections::iterator> ServicePublisher::connectionsSelectedBy(
@@ -87,11 +98,17 @@ bool ServicePublisher::ensureAllPublisherConfigurationsAreHonoured(ChangeType ch
                     if (change == ChangeType::InterfaceWithdrawn) {
                         continue;
                     }
-                    // Only the major version counts; the finder logs why it found nothing.
+                    // Only the major version counts; the finder logs why it found nothing, as its own
+                    // logger would, and the status report keeps it.
+                    std::string notFound;
                     const agent::spf::servicepublisher::HighestVersionedInterfaceWithMatchingPropertiesFinder finder(
                         requested.name, agent::spf::core::APIVersion(requested.version.major),
-                        requested.requestedProperties);
+                        requested.requestedProperties, [&notFound](const std::string& text) {
+                            notFound = text;
+                            FOUNDATION_LOG(finderLogger(), severity::warning) << text;
+                        });
                     const auto found = finder(byNameAndVersion);
+                    noteServiceProblem(key, requested.uniqueID, endpoint, notFound);
                     if (found == byNameAndVersion.end()) {
                         continue;
                     }
@@ -109,6 +126,8 @@ bool ServicePublisher::ensureAllPublisherConfigurationsAreHonoured(ChangeType ch
                                                         std::move(service));
                         kept.insert(&*started.first);
                     } catch (...) {
+                        noteServiceProblem(key, requested.uniqueID, endpoint,
+                                           "the service did not start: " + currentExceptionMessage());
                         logCurrentException(severity::error, "Unable to create Service instance for PID: " + key +
                                                                  " with uniqueID: " + requested.uniqueID +
                                                                  " on exchange endpoint: " + endpoint);

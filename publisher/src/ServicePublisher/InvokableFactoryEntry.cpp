@@ -53,7 +53,8 @@ std::shared_ptr<agent::spf::core::Invokable> ServicePublisher::InvokableFactoryE
             << "Obtaining a valid Context for the Invokable failed";
         throw std::runtime_error("Obtaining a valid Context for the Invokable failed");
     }
-    auto invokable = std::make_shared<InvokableImpl>(serviceStub, std::move(context), serialisationCatalogue);
+    auto invokable =
+        std::make_shared<InvokableImpl>(serviceStub, std::move(context), serialisationCatalogue, statistics);
     invokables.insert(invokable);
     return invokable;
 }

@@ -2,6 +2,8 @@
 
 #include "agent/spf/legacyservicepublisher/ServicePublisher.h"
 
+#include "CurrentExceptionMessage.h"
+#include "PublisherStatusService.h"
 #include "ServicePublisher/PassObserver.h"
 #include "agent/spf/legacyservicepublisher/Logger.h"
 
@@ -28,6 +30,13 @@ void ServicePublisher::Activate(const std::shared_ptr<ComponentContext>& context
         bundleContext = context->GetBundleContext();
         deactivating = false;
     }
+    statusService = std::make_shared<PublisherStatusService>([this] { return statusReport(); });
+    try {
+        statusRegistration = bundleContext.RegisterService<PublisherStatus>(statusService);
+    } catch (...) {
+        // Operators go without the report; the component's work does not depend on it.
+        logCurrentException(foundation::log::severity::warning, "Unable to offer the publisher status");
+    }
     auto tracker = std::make_unique<cppmicroservices::ServiceTracker<InProcessDiscovery>>(bundleContext, this);
     tracker->Open();
     inProcessTracker = std::move(tracker);
@@ -48,6 +57,16 @@ void ServicePublisher::Activate(const std::shared_ptr<ComponentContext>& context
 }
 
 void ServicePublisher::Deactivate(const std::shared_ptr<ComponentContext>&) {
+    if (statusService) {
+        try {
+            statusRegistration.Unregister();
+        } catch (const std::exception&) {
+            // Withdrawn with the bundle already.
+        }
+        statusRegistration = nullptr;
+        statusService->detach();
+        statusService.reset();
+    }
     if (inProcessTracker) {
         inProcessTracker->Close();
     }

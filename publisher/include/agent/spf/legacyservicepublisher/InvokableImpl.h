@@ -9,6 +9,7 @@
 #include "agent/core/serviceutils/ServiceStub.h"
 #include "agent/core/transport/Address.h"
 #include "agent/spf/core/CompletionHandler.h"
+#include "agent/spf/legacyservicepublisher/CallStatistics.h"
 #include "agent/spf/core/ExportedCallbackSharedState.h"
 #include "agent/spf/core/GenericPayload.h"
 #include "agent/spf/core/Invokable.h"
@@ -36,8 +37,11 @@ public:
     // content type and makes the framing multipart; without the suffix the whole text is the
     // content type, with single framing. Make it with std::make_shared: calls keep it alive
     // through shared_from_this while they run.
+    // Each call's outcome and latency (from invokeAsync to its handler) go to `statistics` when
+    // given.
     InvokableImpl(agent::core::serviceutils::ServiceStub stub, agent::core::serviceutils::Context context,
-                  std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue> catalogue);
+                  std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue> catalogue,
+                  std::shared_ptr<CallStatistics> statistics = nullptr);
     // Cleans up as forceCleanup does, unless that has happened.
     ~InvokableImpl() override;
     InvokableImpl(const InvokableImpl&) = delete;
@@ -86,7 +90,9 @@ public:
 private:
     // The call itself, on a pool thread; every outcome goes to `handler`.
     void invoke(const std::optional<std::chrono::milliseconds>& timeout, const std::string& name,
-                const agent::spf::core::CompletionHandler& handler, agent::spf::core::GenericPayload& args);
+                const agent::spf::core::CompletionHandler& handler, agent::spf::core::GenericPayload& args,
+                std::chrono::steady_clock::time_point started);
+    void count(CallStatistics::Outcome outcome, std::chrono::steady_clock::time_point started) const noexcept;
     // Serves one invocation of an exported callback by the service.
     agent::core::transport::Message serveCallback(
         const std::shared_ptr<agent::spf::core::ExportedCallbackSharedState>& callback,
@@ -102,6 +108,7 @@ private:
     agent::core::serviceutils::ServiceStub stub;
     agent::core::serviceutils::Context context;
     std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue> catalogue;
+    const std::shared_ptr<CallStatistics> statistics;
     std::string contentType;
     bool multipart;
 

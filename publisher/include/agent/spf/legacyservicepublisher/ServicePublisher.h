@@ -25,6 +25,8 @@
 #include "agent/spf/core/Invokable.h"
 #include "agent/spf/core/ServiceInterface.h"
 #include "agent/spf/inprocessdiscovery/InProcessDiscovery.h"
+#include "agent/spf/legacyservicepublisher/CallStatistics.h"
+#include "agent/spf/legacyservicepublisher/PublisherStatus.h"
 #include "agent/spf/serialisation/SerialisationCatalogue.h"
 #include "agent/spf/servicepublisher/InvokablePublisher.h"
 #include "agent/spf/servicepublisher/ServicePublisher.h"
@@ -62,6 +64,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -69,6 +72,7 @@ namespace agent::spf::legacyservicepublisher {
 
 // The invokable handed to SPF clients for one legacy service instance.
 class InvokableImpl;
+class PublisherStatusService;
 
 class ServicePublisher final
     : public agent::spf::servicepublisher::ServicePublisher,
@@ -241,6 +245,8 @@ public:
         std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue> serialisationCatalogue;
         std::mutex mutex;  // guards invokables and calls of contextFactory
         std::set<std::shared_ptr<InvokableImpl>> invokables;
+        // The calls of every invokable made here, for the status report.
+        const std::shared_ptr<CallStatistics> statistics = std::make_shared<CallStatistics>();
         InvokablePublisherType& invokablePublisher;
         agent::spf::servicepublisher::InvokableFactoryHandle registration;
     };
@@ -349,8 +355,18 @@ public:
     // registry. Blocking; framework thread; never called from the work thread.
     void Deactivate(const std::shared_ptr<ComponentContext>& context);
 
+    // What the component is doing: its connections, configured services and published
+    // instances with their calls. Any thread; takes connectionsMutex, then notificationMutex.
+    PublisherStatus::Report statusReport();
+
 private:
     friend class ServicePublisherTestAccess;
+
+    // Remember why an endpoint could not be reached, and why a configured service does not run
+    // on an endpoint; an empty text forgets it. Any thread; take statusMutex themselves.
+    void noteConnectionError(const std::string& endpoint, const std::string& error);
+    void noteServiceProblem(const std::string& configuration, const std::string& uniqueID,
+                            const std::string& endpoint, const std::string& problem);
 
     // Work thread.
     // Call with workMutex held.
@@ -507,6 +523,13 @@ private:
     std::unique_ptr<cppmicroservices::ServiceTracker<InProcessDiscovery>> inProcessTracker;
     std::string desktopRealmName;
     std::thread workThread;
+
+    std::mutex statusMutex;  // guards lastConnectionErrors and serviceProblems
+    std::map<std::string, std::string> lastConnectionErrors;
+    // By (configuration key, uniqueID, endpoint).
+    std::map<std::tuple<std::string, std::string, std::string>, std::string> serviceProblems;
+    std::shared_ptr<PublisherStatusService> statusService;
+    cppmicroservices::ServiceRegistration<PublisherStatus> statusRegistration;
 };
 
 }  // namespace agent::spf::legacyservicepublisher
