@@ -1,4 +1,4 @@
-// agent-exchange as a process: its command line, its registry entry, and how it stops.
+// agent-exchange as a process: its registry entry, and how it starts and stops.
 
 #include "ProcessFixture.h"
 
@@ -20,16 +20,6 @@ using ::testing::StartsWith;
 const auto kDirectoryInstance =
     agent::core::transport::getWellKnowAddressFor(agent::core::transport::WellKnownAddressName::Directory).getUUID();
 
-// Runs a program to its end and returns {wait status, stdout, stderr}.
-std::tuple<int, std::string, std::string> runToEnd(const std::string& program,
-                                                   const std::vector<std::string>& arguments) {
-    ChildProcess child(program, arguments, ChildProcess::Stderr::Capture);
-    auto out = child.readRemainingStdout(deadline());
-    auto err = child.readRemainingStderr(deadline());
-    const auto status = child.waitForExit(deadline());
-    return {status.value_or(-1), out, err};
-}
-
 std::vector<std::filesystem::path> registryFiles(const std::string& root, pid_t pid) {
     std::vector<std::filesystem::path> files;
     std::error_code ignored;
@@ -39,53 +29,6 @@ std::vector<std::filesystem::path> registryFiles(const std::string& root, pid_t 
         }
     }
     return files;
-}
-
-class AgentExchangeCommandLineTest : public ::testing::TestWithParam<CommandLine> {};
-
-TEST_P(AgentExchangeCommandLineTest, BadCommandLineGetsItsErrorAndTheUsageOnStderrAndExitStatusTwo) {
-    const auto [status, out, err] = runToEnd(AGENT_EXCHANGE_PATH, GetParam().arguments);
-    EXPECT_EQ(ChildProcess::describe(status), "exit status 2");
-    EXPECT_EQ(out, "");
-    EXPECT_EQ(err.substr(0, err.find('\n')), "agent-exchange: " + GetParam().firstErrorLine);
-    EXPECT_THAT(err, HasSubstr("\nusage: agent-exchange --name N --endpoint URL"));
-}
-
-const std::string kIpc = "ipc:///tmp/never-used.sock";
-
-INSTANTIATE_TEST_SUITE_P(
-    Refusals, AgentExchangeCommandLineTest,
-    ::testing::Values(
-        CommandLine{{}, "Option --name is required"},
-        CommandLine{{"--name", "a"}, "Option --endpoint is required"},
-        CommandLine{{"--endpoint", kIpc}, "Option --name is required"},
-        CommandLine{{"--name"}, "Option --name needs a value"},
-        CommandLine{{"--name=", "--endpoint", kIpc}, "Option --name needs a value"},
-        CommandLine{{"--name", "--endpoint", kIpc}, "Option --name needs a value"},
-        CommandLine{{"--name", "a", "--endpoint", kIpc, "--registry"}, "Option --registry needs a value"},
-        CommandLine{{"--name", "a", "--name=b", "--endpoint", kIpc}, "Option --name is given twice"},
-        CommandLine{{"--name", "a", "--endpoint", kIpc, "--registry", "/x", "--registry", "/y"},
-                    "Option --registry is given twice"},
-        CommandLine{{"--name", "a", "--endpoint", kIpc, "--verbose"}, "Unknown option '--verbose'"},
-        CommandLine{{"--name", "a", "--endpoint", kIpc, "-v"}, "Unexpected argument '-v'"},
-        CommandLine{{"--name", "a", "stray"}, "Unexpected argument 'stray'"},
-        CommandLine{{"--name", "a", "--endpoint", "inproc://x"},
-                    "Endpoint 'inproc://x' is not an ipc:// or tcp:// URL"},
-        CommandLine{{"--name", "a", "--endpoint", "/tmp/x.sock"},
-                    "Endpoint '/tmp/x.sock' is not an ipc:// or tcp:// URL"},
-        CommandLine{{"--name", "a", "--endpoint", kIpc, "--mode", "KorvexDrive"},
-                    "Unknown mode 'KorvexDrive' (use korvexdrive or desktopservices)"}));
-
-TEST(AgentExchangeHelpTest, HelpDocumentsEveryOptionOnStdoutAndExitsZero) {
-    for (const auto& flag : {"--help", "-h"}) {
-        const auto [status, out, err] = runToEnd(AGENT_EXCHANGE_PATH, {"--name", "a", flag, "--bogus"});
-        EXPECT_EQ(ChildProcess::describe(status), "exit status 0") << flag;
-        EXPECT_EQ(err, "") << flag;
-        EXPECT_THAT(out, StartsWith("usage: agent-exchange")) << flag;
-        for (const auto& option : {"--name N", "--endpoint URL", "--mode M", "--registry DIR", "-h, --help"}) {
-            EXPECT_THAT(out, HasSubstr("  " + std::string(option))) << flag;
-        }
-    }
 }
 
 class AgentExchangeTest : public ProcessFixture {};

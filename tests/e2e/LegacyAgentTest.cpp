@@ -82,44 +82,6 @@ std::vector<std::string> methodNames(const ServiceStub& stub) {
     return names;
 }
 
-class LegacyAgentCommandLineTest : public ::testing::TestWithParam<CommandLine> {};
-
-TEST_P(LegacyAgentCommandLineTest, BadCommandLineGetsItsErrorAndTheUsageOnStderrAndExitStatusTwo) {
-    ChildProcess child(LEGACY_AGENT_PATH, GetParam().arguments, ChildProcess::Stderr::Capture);
-    EXPECT_EQ(child.readRemainingStdout(deadline()), "");
-    const auto err = child.readRemainingStderr(deadline());
-    const auto status = child.waitForExit(deadline());
-    ASSERT_TRUE(status);
-    EXPECT_EQ(ChildProcess::describe(*status), "exit status 2");
-    EXPECT_EQ(err.substr(0, err.find('\n')), "legacy-agent: " + GetParam().firstErrorLine);
-    EXPECT_THAT(err, HasSubstr("\nusage: legacy-agent --exchange URL [--name-prefix P]\n"));
-}
-
-const std::string kIpc = "ipc:///tmp/never-used.sock";
-
-INSTANTIATE_TEST_SUITE_P(
-    Refusals, LegacyAgentCommandLineTest,
-    ::testing::Values(CommandLine{{}, "Option --exchange is required"},
-                      CommandLine{{"--exchange", "--name-prefix", "p."}, "Option --exchange needs a value"},
-                      CommandLine{{"--exchange", kIpc, "--name-prefix="}, "Option --name-prefix needs a value"},
-                      CommandLine{{"--exchange", "inproc://x"}, "Exchange 'inproc://x' is not an ipc:// or tcp:// URL"},
-                      CommandLine{{"--exchange", kIpc, "--name-prefix", "a*"}, "Name prefix must not hold '*'"},
-                      CommandLine{{"--exchange", kIpc, "--name"}, "Unknown option '--name'"},
-                      CommandLine{{"--exchange", kIpc, "extra"}, "Unexpected argument 'extra'"}));
-
-TEST(LegacyAgentHelpTest, HelpDocumentsEveryOptionAndMethodOnStdoutAndExitsZero) {
-    ChildProcess child(LEGACY_AGENT_PATH, {"--help"}, ChildProcess::Stderr::Capture);
-    const auto out = child.readRemainingStdout(deadline());
-    EXPECT_EQ(child.readRemainingStderr(deadline()), "");
-    const auto status = child.waitForExit(deadline());
-    ASSERT_TRUE(status);
-    EXPECT_EQ(ChildProcess::describe(*status), "exit status 0");
-    for (const auto& text : {"  --exchange URL", "  --name-prefix P", "  -h, --help", "put(string key, string value)",
-                             "keys() -> array<string>", "millisecondsSinceEpoch() -> long", "<P>RawEcho        echo"}) {
-        EXPECT_THAT(out, HasSubstr(text));
-    }
-}
-
 TEST(LegacyAgentStartTest, UnreachableExchangeIsReportedWithExitStatusOne) {
     ChildProcess child(LEGACY_AGENT_PATH, {"--exchange", "ipc:///tmp/lsp-e2e-no-such-exchange.sock"},
                        ChildProcess::Stderr::Capture);

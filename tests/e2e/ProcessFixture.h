@@ -15,10 +15,10 @@
 
 #include <filesystem>
 #include <map>
-#include <ostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace e2e {
@@ -43,20 +43,14 @@ inline std::string outcome(agent::core::transport::ReplyFuture future, Clock::ti
     }
 }
 
-// A command line a program refuses, and the first line of its complaint.
-struct CommandLine {
-    std::vector<std::string> arguments;
-    std::string firstErrorLine;
-};
-
-// Names a case in test listings by its arguments.
-inline void PrintTo(const CommandLine& line, std::ostream* out) {
-    if (line.arguments.empty()) {
-        *out << "(no arguments)";
-    }
-    for (std::size_t i = 0; i < line.arguments.size(); ++i) {
-        *out << (i == 0 ? "" : " ") << (line.arguments[i].empty() ? "''" : line.arguments[i]);
-    }
+// Runs a program to its end and returns {wait status, stdout, stderr}.
+inline std::tuple<int, std::string, std::string> runToEnd(const std::string& program,
+                                                          const std::vector<std::string>& arguments) {
+    ChildProcess child(program, arguments, ChildProcess::Stderr::Capture);
+    auto out = child.readRemainingStdout(deadline());
+    auto err = child.readRemainingStderr(deadline());
+    const auto status = child.waitForExit(deadline());
+    return {status.value_or(-1), out, err};
 }
 
 // Runs agent-exchange and legacy-agent as real processes on ipc:// paths in a temporary

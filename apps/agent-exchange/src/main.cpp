@@ -1,9 +1,8 @@
-// agent-exchange: see exchangeUsage() in ExchangeOptions.cpp for what it does.
-
-#include "ExchangeOptions.h"
+// agent-exchange: see the description in declareOptions() for what it does.
 
 #include "apps/common/AppMain.h"
 
+#include "agent/control/AgentMode.h"
 #include "agent/control/AgentRegistration.h"
 #include "agent/nanomsgtransport/Exchange.h"
 #include "agent/utils/FolderLocations.h"
@@ -12,17 +11,63 @@
 
 #include "foundation/log/DiagnosticLogger.h"
 
+#include <boost/optional.hpp>
+
 #include <string.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <iostream>
 #include <memory>
+#include <stdexcept>
+#include <string>
 
 namespace {
 
-using apps::agentexchange::ExchangeOptions;
 using apps::common::TerminationSignals;
 using foundation::log::severity::info;
+
+// The command line, read.
+struct ExchangeOptions {
+    std::string name;
+    std::string endpoint;
+    agent::control::AgentMode mode = agent::control::AgentMode::KorvexDrive;
+    // The registry root to use instead of the mode's default.
+    boost::optional<std::filesystem::path> registry;
+};
+
+// The command line's options, read into `options`, and the text --help prints.
+void declareOptions(CLI::App& app, ExchangeOptions& options) {
+    apps::common::setUpCommandLine(app);
+    app.description(
+        "Runs a message exchange, with the directory service it hosts, until SIGINT or SIGTERM.\n"
+        "Once listening it prints one line \"listening <url>\" on stdout (a tcp port 0 resolved)\n"
+        "and enters itself in the agent registry; on SIGINT or SIGTERM it leaves the registry,\n"
+        "tells the directory's subscribers that the directory stopped, closes and exits 0.");
+    using apps::common::addValueOption;
+    addValueOption(app, "--name", "N", "the agent's name in the registry",
+                   [&options](const std::string& value) { options.name = value; })
+        ->required();
+    addValueOption(app, "--endpoint", "URL", "where containers dial it: ipc://<path> or tcp://<host>:<port>",
+                   [&options](const std::string& value) {
+                       apps::common::requireExchangeUrl("Endpoint", value);
+                       options.endpoint = value;
+                   })
+        ->required();
+    addValueOption(app, "--mode", "M", "korvexdrive (the default) or desktopservices: chooses the registry root",
+                   [&options](const std::string& value) {
+                       const auto mode = agent::control::parseAgentMode(value);
+                       if (!mode) {
+                           throw std::invalid_argument("Unknown mode '" + value +
+                                                       "' (use korvexdrive or desktopservices)");
+                       }
+                       options.mode = *mode;
+                   });
+    addValueOption(app, "--registry", "DIR", "the registry root to use instead of the mode's default",
+                   [&options](const std::string& value) { options.registry = std::filesystem::path(value); });
+    app.footer("Options also take their value after '=' (--name=N).\n"
+               "Exit status: 0 after a clean stop, 1 when it cannot start, 2 for a bad command line.");
+}
 
 const foundation::log::diagnostic_logger& logger() {
     static const auto* logger = new foundation::log::diagnostic_logger("agent-exchange");
@@ -62,6 +107,9 @@ int run(const ExchangeOptions& options, const TerminationSignals& signals) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    return apps::common::runApp("agent-exchange", apps::agentexchange::exchangeUsage(), argc, argv,
-                                apps::agentexchange::parseExchangeOptions, run);
+    ExchangeOptions options;
+    CLI::App app("", "agent-exchange");
+    declareOptions(app, options);
+    return apps::common::runApp(app, argc, argv,
+                                [&options](const TerminationSignals& signals) { return run(options, signals); });
 }
