@@ -221,8 +221,8 @@ void printTable(const std::vector<std::vector<std::string>>& rows, std::ostream&
 
 }  // namespace
 
-Console::Console(cppmicroservices::BundleContext context, const ConfigFolder* configurations)
-    : context_(std::move(context)), configurations_(configurations) {}
+Console::Console(cppmicroservices::BundleContext context, std::optional<std::filesystem::path> configurationFolder)
+    : context_(std::move(context)), configurationFolder_(std::move(configurationFolder)) {}
 
 bool Console::execute(const std::string& line, std::ostream& out) const {
     try {
@@ -410,19 +410,17 @@ void Console::configs(std::ostream& out) const {
     if (!reference) {
         throw std::runtime_error("Configuration Admin is not running");
     }
-    std::map<std::string, std::string> sources;
-    if (configurations_) {
-        for (const auto& applied : configurations_->applied()) sources[applied.name] = applied.file.string();
-    }
     for (const auto& configuration : context_.GetService(reference)->ListConfigurations()) {
         if (configuration->GetFactoryPid() != kFactoryPid) {
             continue;
         }
-        const auto name = configuration->GetPid().substr(kFactoryPid.size() + 1);
+        // Configuration Admin keeps a folder's files in force under their own names.
+        const auto file = configurationFolder_ ? *configurationFolder_ / (configuration->GetPid() + ".json")
+                                               : std::filesystem::path();
         std::ostringstream properties;
         cppmicroservices::any_value_to_json(properties, configuration->GetProperties());
-        const auto source = sources.find(name);
-        out << name << "  from " << (source == sources.end() ? "Configuration Admin" : source->second) << "\n  "
+        out << configuration->GetPid().substr(kFactoryPid.size() + 1) << "  from "
+            << (!file.empty() && std::filesystem::exists(file) ? file.string() : "Configuration Admin") << "\n  "
             << properties.str() << "\n";
     }
 }

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "ConfigFolder.h"
-
 #include <cppmicroservices/BundleContext.h>
 
+#include <filesystem>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -23,8 +23,8 @@ namespace spfhost {
 // Thread-safe: commands may run at once from several places.
 class Console {
 public:
-    // `configurations` may be null (no folder); it must outlive this object otherwise.
-    Console(cppmicroservices::BundleContext context, const ConfigFolder* configurations);
+    // `configurationFolder`: where the host's configuration files are, if it has one.
+    Console(cppmicroservices::BundleContext context, std::optional<std::filesystem::path> configurationFolder);
 
     // Runs one command line: its output goes to `out`; a failure is one line "error: <why>".
     // Returns whether it succeeded. An empty line succeeds and prints nothing. Never throws
@@ -46,7 +46,7 @@ private:
     void status(std::ostream& out) const;
 
     cppmicroservices::BundleContext context_;
-    const ConfigFolder* configurations_;
+    const std::optional<std::filesystem::path> configurationFolder_;
 };
 
 }  // namespace spfhost

@@ -2,7 +2,6 @@
 // Services, Configuration Admin and the platform bundles, until SIGINT or SIGTERM; or, as
 // `spf-host ctl`, sends one console command to a running host.
 
-#include "ConfigFolder.h"
 #include "Console.h"
 #include "ControlSocket.h"
 #include "Host.h"
@@ -14,8 +13,6 @@
 #include "foundation/log/Severity.h"
 
 #include <CLI/CLI.hpp>
-
-#include <cppmicroservices/cm/ConfigurationAdmin.hpp>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -56,15 +53,6 @@ std::filesystem::path runtimeFolder() {
 
 std::filesystem::path defaultControlPath(const std::string& name) {
     return runtimeFolder() / (name + ".control");
-}
-
-std::shared_ptr<cppmicroservices::service::cm::ConfigurationAdmin> configurationAdmin(
-    const cppmicroservices::BundleContext& context) {
-    auto reference = context.GetServiceReference<cppmicroservices::service::cm::ConfigurationAdmin>();
-    if (!reference) {
-        throw std::runtime_error("Configuration Admin is not running: is its bundle in the bundle folders?");
-    }
-    return context.GetService(reference);
 }
 
 struct Options {
@@ -122,20 +110,22 @@ int runHost(const Options& options, const apps::common::TerminationSignals& sign
         folders.push_back(SPF_HOST_BUNDLE_DIR);
     }
     std::map<std::string, std::string> properties;
+    std::optional<std::filesystem::path> configurationFolder;
+    if (!options.configFolder.empty()) {
+        // Configuration Admin keeps the folder's files in force from its start.
+        configurationFolder = std::filesystem::absolute(options.configFolder);
+        std::filesystem::create_directories(*configurationFolder);
+        properties["org.cppmicroservices.cm.configuration.directory"] = configurationFolder->string();
+    }
     if (!options.noListen) {
-        properties = {{"agent.spf.serviceHostExchange.listen",
-                       options.listen.empty() ? "ipc://" + (runtimeFolder() / (options.name + ".ipc")).string()
-                                              : options.listen},
-                      {"agent.spf.serviceHostExchange.name", options.name},
-                      {"agent.spf.serviceHostExchange.registry", options.registry}};
+        properties["agent.spf.serviceHostExchange.listen"] =
+            options.listen.empty() ? "ipc://" + (runtimeFolder() / (options.name + ".ipc")).string() : options.listen;
+        properties["agent.spf.serviceHostExchange.name"] = options.name;
+        properties["agent.spf.serviceHostExchange.registry"] = options.registry;
     }
 
     spfhost::Host host(folders, properties);
-    std::optional<spfhost::ConfigFolder> configurations;
-    if (!options.configFolder.empty()) {
-        configurations.emplace(options.configFolder, configurationAdmin(host.context()));
-    }
-    const spfhost::Console console(host.context(), configurations ? &*configurations : nullptr);
+    const spfhost::Console console(host.context(), configurationFolder);
     int status = 0;
     {
         // Without its control socket the host still runs; only spf-host ctl cannot reach it.
@@ -161,7 +151,6 @@ int runHost(const Options& options, const apps::common::TerminationSignals& sign
             FOUNDATION_LOG(spfhost::logger(), info) << "Stopping on " << ::strsignal(received);
         }
     }
-    configurations.reset();
     host.stop();
     return host.stoppedCleanly() ? status : 1;
 }
