@@ -69,10 +69,10 @@ status=0
   --exec "call KeyValueStore get greeting" \
   --exec "call Clock echo tick" \
   --exec "call Clock millisecondsSinceEpoch" \
-  | sed 's/^/   /' || status=$?
+  2> "$work/host.log" | sed 's/^/   /' || status=$?
 if [ "$status" -ne 0 ]; then
   echo "demo: a command failed (exit status $status); the logs:" >&2
-  cat "$work/exchange.log" "$work/agent.log" >&2
+  cat "$work/host.log" "$work/exchange.log" "$work/agent.log" >&2
   exit 1
 fi
 echo "== stopping"
