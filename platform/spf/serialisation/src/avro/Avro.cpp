@@ -1,6 +1,9 @@
 #include "agent/spf/serialisation/avro/Avro.h"
 
+#include "BuiltInAvroTypes.h"
+
 #include <array>
+#include <type_traits>
 
 namespace agent::spf::serialisation {
 
@@ -30,30 +33,10 @@ void withAvroInput(std::istream& in, const std::function<void(const std::uint8_t
 
 }  // namespace detail
 
-namespace {
-
-template <class S>
-void registerWithCollections(SerialisationCatalogue& catalogue) {
-    registerAvroType<S>(catalogue);
-    registerAvroType<std::vector<S>>(catalogue);
-    registerAvroType<std::map<std::string, S>>(catalogue);
-    registerAvroType<std::optional<S>>(catalogue);
-}
-
-}  // namespace
-
 void registerAvroTypes(SerialisationCatalogue& catalogue) {
-    registerWithCollections<bool>(catalogue);
-    registerWithCollections<std::int32_t>(catalogue);
-    registerWithCollections<std::int64_t>(catalogue);
-    registerWithCollections<float>(catalogue);
-    registerWithCollections<double>(catalogue);
-    registerWithCollections<std::string>(catalogue);
-    registerWithCollections<std::vector<std::uint8_t>>(catalogue);
-    registerWithCollections<boost::uuids::uuid>(catalogue);
-    registerAvroType<std::vector<std::map<std::string, std::string>>>(catalogue);
-    registerAvroType<core::ExportedCallbackReference>(catalogue);
-    registerAvroType<core::ExportedStreamReference>(catalogue);
+    detail::forEachBuiltInAvroType([&catalogue](auto* type) {
+        registerAvroType<std::remove_pointer_t<decltype(type)>>(catalogue);
+    });
 }
 
 }  // namespace agent::spf::serialisation

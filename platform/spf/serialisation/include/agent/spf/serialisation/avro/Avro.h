@@ -4,6 +4,7 @@
 #include "agent/spf/serialisation/NonOwningByteBufferViewIStreambuf.h"
 #include "agent/spf/serialisation/SerialisationCatalogue.h"
 #include "agent/spf/serialisation/avro/AvroCodec.h"
+#include "agent/spf/serialisation/avro/AvroTypeName.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -65,8 +66,10 @@ T avroDecode(std::istream& in) {
 
 // Registers T's AvroCodec in `catalogue` under avroContentType, both ways. Any type the
 // codecs cover can be registered: say registerAvroType<std::vector<MyRecord>>(catalogue).
+// From then on avroTypeName(typeid(T)) gives AvroTypeName<T>.
 template <class T>
 void registerAvroType(SerialisationCatalogue& catalogue) {
+    detail::rememberAvroTypeName(typeid(T), AvroTypeName<T>::get());
     catalogue.registerSerialiser<T>(avroContentType, [](const T& value, ByteBuffer& out) { avroEncode(value, out); });
     catalogue.registerDeserialiser<T>(avroContentType, [](std::istream& in) { return avroDecode<T>(in); });
 }
