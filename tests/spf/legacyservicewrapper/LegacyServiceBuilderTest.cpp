@@ -128,15 +128,25 @@ protected:
     }
 };
 
-TEST_F(LegacyServiceBuilderTest, AStartedServiceIsListedWithItsVersionMetadataAndMethods) {
+TEST_F(LegacyServiceBuilderTest, AStartedServiceIsListedWithItsVersionMetadataMethodsAndSignatures) {
     auto builder = LegacyServiceBuilder::make_shared(calculator(), avroCatalogue());
     auto stub = start(*builder);
     ASSERT_TRUE(stub.isFound());
     EXPECT_EQ(stub.getName(), "Calculator");
     EXPECT_EQ(stub.getVersion(), agent::core::serviceutils::APIVersion(2, 3, 1, 0));
-    EXPECT_EQ(stub.getProperties(), (std::map<std::string, std::string>{{"owner", "tests"},
-                                                                        {"spf.wireFormat", kDefaultWireFormat},
-                                                                        {"spf::servicemajor", "2"}}));
+    const std::string unregistered = "record:" + core::typeName(typeid(Unregistered));
+    EXPECT_EQ(stub.getProperties(),
+              (std::map<std::string, std::string>{{"owner", "tests"},
+                                                  {"spf.wireFormat", kDefaultWireFormat},
+                                                  {"spf::servicemajor", "2"},
+                                                  {"spf.signature.add", "(int, int) -> int"},
+                                                  {"spf.signature.describe", "(optional<string>) -> optional<string>"},
+                                                  {"spf.signature.fail", "(string) -> boolean"},
+                                                  {"spf.signature.greet", "(string) -> string"},
+                                                  {"spf.signature.opaque", "(" + unregistered + ") -> int"},
+                                                  {"spf.signature.reset", "() -> void"},
+                                                  {"spf.signature.sums", "(map<array<long>>) -> map<long>"},
+                                                  {"spf.signature.unwritable", "() -> " + unregistered}}));
     std::vector<std::string> methods;
     for (const auto& [name, address] : stub.getMethods()) {
         methods.push_back(name);

@@ -1,5 +1,8 @@
 #include "ServiceDefinition.h"
 
+#include "agent/spf/core/MethodSignature.h"
+#include "agent/spf/serialisation/avro/AvroTypeName.h"
+
 #include <stdexcept>
 
 namespace agent::spf::legacyservicewrapper {
@@ -20,6 +23,11 @@ ServiceDefinition::ServiceDefinition(core::ServiceInterface serviceInterface,
     const auto& v = serviceInterface_.getVersion();
     version_ = agent::core::serviceutils::APIVersion(v.major, v.minor, v.patch, v.extension);
     metadata_["spf::servicemajor"] = std::to_string(v.major);
+    // What a client needs to call by name: each method's types. An interface's own entry stays.
+    for (const auto& method : serviceInterface_.methodNames()) {
+        metadata_.emplace(core::methodSignatureKey(method),
+                          serialisation::avroMethodSignature(serviceInterface_.method(method)).toString());
+    }
 
     if (!wireFormat_.multipart) {
         for (const auto& method : serviceInterface_.methodNames()) {

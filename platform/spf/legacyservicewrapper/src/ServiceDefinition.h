@@ -32,8 +32,8 @@ public:
 
     const std::string& name() const noexcept { return serviceInterface_.getInterfaceName(); }
     const agent::core::serviceutils::APIVersion& version() const noexcept { return version_; }
-    // The interface's metadata with "spf.wireFormat" (when it had none) and
-    // "spf::servicemajor".
+    // The interface's metadata with "spf.wireFormat" (when it had none),
+    // "spf::servicemajor", and "spf.signature.<method>" for each method (when it had none).
     const std::map<std::string, std::string>& metadata() const noexcept { return metadata_; }
 
 private:

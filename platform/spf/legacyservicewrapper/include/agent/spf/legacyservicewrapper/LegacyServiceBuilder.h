@@ -26,7 +26,9 @@ class ServiceDefinition;
 //   log line on "agent::spf::legacyservicewrapper");
 // - enters the directory with the interface's name and version, its metadata, plus
 //   "spf.wireFormat" (default "application/octet-stream+spf/avro+spf/multipart", kept
-//   when the interface sets its own) and "spf::servicemajor" (the major version, decimal);
+//   when the interface sets its own), "spf::servicemajor" (the major version, decimal) and,
+//   for each method, "spf.signature.<method>": its core::MethodSignature text with the types
+//   named by serialisation::avroTypeName, say "(int, int) -> int" (an interface's own kept);
 // - withdraws the entry and the handlers in stop.
 // start returns false (with a log line) when the context has no transport or the exchange
 // refuses an address or the entry; stop never throws.
