@@ -40,6 +40,15 @@ const std::map<std::string, std::string> kRawMetadata{{"spf.wireFormat", "applic
                                                       {"spf::servicemajor", "1"}};
 const std::map<std::string, std::string> kMajorOne{{"spf::servicemajor", "1"}};
 
+// `metadata` with "spf.signature.<method>" for each of `signatures`.
+std::map<std::string, std::string> withSignatures(std::map<std::string, std::string> metadata,
+                                                  const std::map<std::string, std::string>& signatures) {
+    for (const auto& [method, signature] : signatures) {
+        metadata.emplace("spf.signature." + method, signature);
+    }
+    return metadata;
+}
+
 Message bytes(const std::string& text) {
     return Message(text.data(), text.size());
 }
@@ -133,15 +142,19 @@ TEST_F(LegacyAgentTest, ClientListsLooksUpAndCallsEveryService) {
     const auto store = find("KeyValueStore");
     ASSERT_TRUE(store.isFound());
     EXPECT_EQ(store.getVersion(), APIVersion(1, 0, 0, 0));
-    EXPECT_EQ(store.getProperties(), kMetadata);
+    EXPECT_EQ(store.getProperties(),
+              withSignatures(kMetadata, {{"get", "(string) -> string"}, {"keys", "() -> array<string>"},
+                                         {"put", "(string, string) -> void"}, {"remove", "(string) -> string"}}));
     EXPECT_THAT(methodNames(store), ElementsAre("get", "keys", "put", "remove"));
     const auto clock = find("Clock");
     ASSERT_TRUE(clock.isFound());
-    EXPECT_EQ(clock.getProperties(), kMetadata);
+    EXPECT_EQ(clock.getProperties(),
+              withSignatures(kMetadata, {{"echo", "(string) -> string"}, {"millisecondsSinceEpoch", "() -> long"},
+                                         {"now", "() -> string"}}));
     EXPECT_THAT(methodNames(clock), ElementsAre("echo", "millisecondsSinceEpoch", "now"));
     const auto raw = find("RawEcho");
     ASSERT_TRUE(raw.isFound());
-    EXPECT_EQ(raw.getProperties(), kRawMetadata);
+    EXPECT_EQ(raw.getProperties(), withSignatures(kRawMetadata, {{"echo", "(bytes) -> bytes"}}));
     EXPECT_THAT(methodNames(raw), ElementsAre("echo"));
 
     const std::string binary("a\0b\xff", 4);  // Avro strings carry any bytes

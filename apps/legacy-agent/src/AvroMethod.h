@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agent/core/transport/Message.h"
+#include "agent/spf/core/MethodSignature.h"
 #include "agent/spf/legacyservicewrapper/MultipartFraming.h"
 #include "agent/spf/serialisation/avro/Avro.h"
 
@@ -59,6 +60,11 @@ public:
     AvroMethod(std::string service, std::string method, std::function<R(Args...)> function)
         : AvroMethodBase(std::move(service), std::move(method)), function_(std::move(function)) {}
 
+    // What the directory entry says of the method: its types as AvroTypeName names them.
+    static agent::spf::core::MethodSignature signature() {
+        return {{agent::spf::serialisation::AvroTypeName<std::decay_t<Args>>::get()...}, resultTypeName()};
+    }
+
     Message operator()(const Message& request) const {
         const auto parts = splitRequest(request, sizeof...(Args));
         auto arguments = readArguments(request, parts, std::index_sequence_for<Args...>{});
@@ -71,6 +77,14 @@ public:
     }
 
 private:
+    static std::string resultTypeName() {
+        if constexpr (std::is_void_v<R>) {
+            return "void";
+        } else {
+            return agent::spf::serialisation::AvroTypeName<R>::get();
+        }
+    }
+
     template <std::size_t... I>
     std::tuple<std::decay_t<Args>...> readArguments(const Message& request, const std::vector<Part>& parts,
                                                     std::index_sequence<I...>) const {

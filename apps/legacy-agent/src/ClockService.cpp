@@ -1,6 +1,5 @@
 #include "ClockService.h"
 
-#include "AvroMethod.h"
 #include "SampleServiceTraits.h"
 
 #include <time.h>
@@ -10,18 +9,23 @@
 
 namespace apps::legacyagent {
 
-ClockService::ClockService(const std::string& namePrefix)
-    : NativeLegacyServiceBase(namePrefix + kName, kSampleServiceVersion,
-                              sampleServiceMetadata(kAvroMultipartWireFormat), kDirectoryCallTimeout) {
-    addMethod("now", AvroMethod<std::string()>(name(), "now",
-                                               [] { return formatUtc(std::chrono::system_clock::now()); }));
-    addMethod("echo", AvroMethod<std::string(std::string)>(name(), "echo", [](std::string text) { return text; }));
-    addMethod("millisecondsSinceEpoch", AvroMethod<std::int64_t()>(name(), "millisecondsSinceEpoch", [] {
-                  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-                  return static_cast<std::int64_t>(
-                      std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch).count());
-              }));
+namespace {
+
+SampleService::Methods clockMethods(std::string service) {
+    SampleService::Methods methods(std::move(service));
+    methods.avro<std::string()>("now", [] { return ClockService::formatUtc(std::chrono::system_clock::now()); });
+    methods.avro<std::string(std::string)>("echo", [](std::string text) { return text; });
+    methods.avro<std::int64_t()>("millisecondsSinceEpoch", [] {
+        const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+        return static_cast<std::int64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch).count());
+    });
+    return methods;
 }
+
+}  // namespace
+
+ClockService::ClockService(const std::string& namePrefix)
+    : SampleService(clockMethods(namePrefix + kName), kAvroMultipartWireFormat) {}
 
 std::string ClockService::formatUtc(std::chrono::system_clock::time_point time) {
     const auto sinceEpoch = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch());

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "agent/core/service/NativeLegacyServiceBase.h"
+#include "SampleService.h"
 
 #include <chrono>
 #include <string>
@@ -15,7 +15,7 @@ namespace apps::legacyagent {
 //   millisecondsSinceEpoch()  -> long (int64), milliseconds since 1970-01-01T00:00:00Z
 //
 // Each instance serves once (see ServiceBase).
-class ClockService : public agent::core::service::NativeLegacyServiceBase {
+class ClockService : public SampleService {
 public:
     static constexpr const char* kName = "Clock";
 

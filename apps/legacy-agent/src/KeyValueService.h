@@ -2,7 +2,7 @@
 
 #include "KeyValueStore.h"
 
-#include "agent/core/service/NativeLegacyServiceBase.h"
+#include "SampleService.h"
 
 #include <memory>
 #include <string>
@@ -25,7 +25,7 @@ namespace apps::legacyagent {
 // Each instance serves once (see ServiceBase); a new one for the same store serves the same
 // data. The store is shared with the request handlers, so a request still running after
 // stop() is safe.
-class KeyValueService : public agent::core::service::NativeLegacyServiceBase {
+class KeyValueService : public SampleService {
 public:
     static constexpr const char* kName = "KeyValueStore";
 

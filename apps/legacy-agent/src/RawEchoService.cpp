@@ -6,10 +6,18 @@ namespace apps::legacyagent {
 
 using agent::core::transport::Message;
 
-RawEchoService::RawEchoService(const std::string& namePrefix)
-    : NativeLegacyServiceBase(namePrefix + kName, kSampleServiceVersion, sampleServiceMetadata(kRawBytesWireFormat),
-                              kDirectoryCallTimeout) {
-    addMethod("echo", [](const Message& request) { return request; });
+namespace {
+
+SampleService::Methods rawEchoMethods(std::string service) {
+    SampleService::Methods methods(std::move(service));
+    // Raw bytes, whatever they hold: to a client converting values, bytes both ways.
+    methods.add("echo", [](const Message& request) { return request; }, {{"bytes"}, "bytes"});
+    return methods;
 }
+
+}  // namespace
+
+RawEchoService::RawEchoService(const std::string& namePrefix)
+    : SampleService(rawEchoMethods(namePrefix + kName), kRawBytesWireFormat) {}
 
 }  // namespace apps::legacyagent

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "agent/core/service/NativeLegacyServiceBase.h"
+#include "SampleService.h"
 
 #include <string>
 
@@ -13,7 +13,7 @@ namespace apps::legacyagent {
 //
 // It shows clients the single framing beside the typed services' multipart one. Each
 // instance serves once (see ServiceBase).
-class RawEchoService : public agent::core::service::NativeLegacyServiceBase {
+class RawEchoService : public SampleService {
 public:
     static constexpr const char* kName = "RawEcho";
 

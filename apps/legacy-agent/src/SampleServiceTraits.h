@@ -3,7 +3,6 @@
 #include "agent/core/serviceutils/APIVersion.h"
 
 #include <chrono>
-#include <map>
 #include <string>
 
 namespace apps::legacyagent {
@@ -16,15 +15,9 @@ inline constexpr agent::core::serviceutils::APIVersion kSampleServiceVersion(1, 
 // stop while the exchange is gone does not hold the process for long.
 inline constexpr std::chrono::milliseconds kDirectoryCallTimeout{2000};
 
-// The wire format of the typed services (see AvroMethod), and that of raw bytes alone.
+// The wire format of the typed services (see AvroMethod), and that of raw bytes alone; each
+// service's directory entry names its own under "spf.wireFormat" (see SampleService).
 inline constexpr const char* kAvroMultipartWireFormat = "application/octet-stream+spf/avro+spf/multipart";
 inline constexpr const char* kRawBytesWireFormat = "application/octet-stream";
-
-// The directory metadata of each: the SPF wire format its methods speak, which tells a
-// client how to frame its calls, and its major version.
-inline std::map<std::string, std::string> sampleServiceMetadata(const std::string& wireFormat) {
-    return {{"spf.wireFormat", wireFormat},
-            {"spf::servicemajor", std::to_string(kSampleServiceVersion.getMajor())}};
-}
 
 }  // namespace apps::legacyagent
