@@ -3,6 +3,7 @@
 #include "JsonValues.h"
 
 #include "agent/spf/core/Invokable.h"
+#include "agent/spf/core/MethodSignature.h"
 #include "agent/spf/legacyservicepublisher/PublisherStatus.h"
 #include "agent/spf/servicepublisher/InvokablePublisher.h"
 
@@ -26,13 +27,14 @@ namespace spfhost {
 using agent::spf::core::CompletionHandler;
 using agent::spf::core::GenericPayload;
 using agent::spf::core::Invokable;
+using agent::spf::core::MethodSignature;
 using agent::spf::servicepublisher::InvokableFactoryDescription;
 using nlohmann::json;
 using InvokablePublisher = agent::spf::servicepublisher::InvokablePublisher<Invokable>;
 
 namespace {
 
-const std::string kSignaturePrefix = "spf.signature.";
+const std::string kSignaturePrefix = agent::spf::core::kMethodSignatureKeyPrefix;
 const std::string kFactoryPid = "qz.spf.legacyservicepublisher";
 constexpr std::chrono::milliseconds kDefaultCallTimeout{10000};
 constexpr std::chrono::milliseconds kDefaultWait{10000};
@@ -137,36 +139,14 @@ InvokableFactoryDescription chooseFactory(const InvokablePublisher& publisher, c
     return *chosen;
 }
 
-struct Signature {
-    std::vector<std::string> arguments;
-    std::string result;
-};
-
-// "(int, long) -> long"
-Signature parseSignature(const std::string& text) {
-    std::string compact;
-    std::remove_copy_if(text.begin(), text.end(), std::back_inserter(compact), [](char c) { return c == ' '; });
-    const auto close = compact.find(")->");
-    if (compact.empty() || compact[0] != '(' || close == std::string::npos || close + 3 == compact.size()) {
-        throw std::invalid_argument("Malformed signature: " + text);
-    }
-    Signature signature;
-    signature.result = compact.substr(close + 3);
-    std::istringstream arguments(compact.substr(1, close - 1));
-    for (std::string argument; std::getline(arguments, argument, ',');) {
-        signature.arguments.push_back(argument);
-    }
-    return signature;
-}
-
-std::map<std::string, std::string> signaturesOf(const InvokableFactoryDescription& factory) {
-    std::map<std::string, std::string> signatures;
+// The method signatures the instance publishes, by method name (a malformed one is logged and
+// left out).
+std::map<std::string, MethodSignature> signaturesOf(const InvokableFactoryDescription& factory) {
+    std::map<std::string, std::string> metadata;
     for (const auto& [key, value] : factory.serviceProperties) {
-        if (key.compare(0, kSignaturePrefix.size(), kSignaturePrefix) == 0) {
-            signatures[key.substr(kSignaturePrefix.size())] = value.ToStringNoExcept();
-        }
+        metadata[key] = value.ToStringNoExcept();
     }
-    return signatures;
+    return agent::spf::core::readMethodSignatures(metadata);
 }
 
 // An argument as typed: TYPE:JSON names its type; otherwise `expected` does.
@@ -338,8 +318,8 @@ void Console::describe(const std::vector<std::string>& words, std::ostream& out)
     out << "methods:\n";
     for (const auto& method : methods) {
         const auto found = signatures.find(method);
-        out << "  " << method << (found == signatures.end() ? "  (no published signature)" : " " + found->second)
-            << "\n";
+        out << "  " << method
+            << (found == signatures.end() ? "  (no published signature)" : " " + found->second.toString()) << "\n";
     }
     out << "properties:\n";
     for (const auto& [key, value] : factory.serviceProperties) {
@@ -364,22 +344,22 @@ void Console::call(const std::vector<std::string>& words, std::ostream& out) con
     const auto publisher = invokablePublisher(context_);
     const auto factory = chooseFactory(*publisher, name, option("--version"));
 
-    std::optional<Signature> signature;
+    std::optional<MethodSignature> signature;
     const auto signatures = signaturesOf(factory);
     if (const auto found = signatures.find(method); found != signatures.end()) {
-        signature = parseSignature(found->second);
+        signature = found->second;
     }
     const std::size_t count = sorted.positional.size() - 2;
-    if (signature && signature->arguments.size() != count) {
-        throw std::invalid_argument(method + " takes " + std::to_string(signature->arguments.size()) +
-                                    " arguments " + signatures.at(method) + ", got " + std::to_string(count));
+    if (signature && signature->argumentTypes.size() != count) {
+        throw std::invalid_argument(method + " takes " + std::to_string(signature->argumentTypes.size()) +
+                                    " arguments " + signature->toString() + ", got " + std::to_string(count));
     }
     GenericPayload arguments;
     for (std::size_t i = 0; i < count; ++i) {
         appendArgument(arguments, i, sorted.positional[i + 2],
-                       signature ? std::optional(signature->arguments[i]) : std::nullopt);
+                       signature ? std::optional(signature->argumentTypes[i]) : std::nullopt);
     }
-    const auto resultType = option("--returns") ? *option("--returns") : signature ? signature->result : "";
+    const auto resultType = option("--returns") ? *option("--returns") : signature ? signature->resultType : "";
     if (resultType.empty()) {
         throw std::invalid_argument(method + " has no published signature; give --returns TYPE");
     }
