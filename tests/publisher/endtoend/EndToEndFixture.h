@@ -32,7 +32,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <tuple>
 #include <vector>
 
 namespace publishertest {
@@ -69,8 +68,14 @@ private:
 class EndToEndFixture : public testsupport::FrameworkFixture {
 protected:
     using InvokablePublisher = agent::spf::servicepublisher::InvokablePublisher<agent::spf::core::Invokable>;
-    // (name, major version, uniqueID) of a configured service.
-    using ServiceRequest = std::tuple<std::string, int, std::string>;
+    // A configured service.
+    struct ServiceRequest {
+        std::string name;
+        int major = 0;
+        std::string uniqueID;
+        cppmicroservices::AnyMap requestedProperties{cppmicroservices::AnyMap::UNORDERED_MAP};
+        int minor = 0;
+    };
 
     void SetUp() override {
         foundation::log::removeSink(foundation::log::defaultStderrSink());
@@ -132,11 +137,12 @@ protected:
             endpointList.emplace_back(endpoint);
         }
         std::vector<Any> serviceList;
-        for (const auto& [serviceName, major, uniqueID] : services) {
-            serviceList.emplace_back(AnyMap{{"name", Any(serviceName)},
-                                            {"version", Any(AnyMap{{"major", Any(major)}})},
-                                            {"requestedProperties", Any(AnyMap{})},
-                                            {"uniqueID", Any(uniqueID)}});
+        for (const auto& requested : services) {
+            serviceList.emplace_back(
+                AnyMap{{"name", Any(requested.name)},
+                       {"version", Any(AnyMap{{"major", Any(requested.major)}, {"minor", Any(requested.minor)}})},
+                       {"requestedProperties", Any(requested.requestedProperties)},
+                       {"uniqueID", Any(requested.uniqueID)}});
         }
         const AnyMap properties{{"modificationCount", Any(++modificationCount)},
                                 {"config", Any(AnyMap{{"endpointsToConnectTo", Any(endpointList)}})},

@@ -12,6 +12,8 @@
 #include "agent/spf/streambuf/StreamRequest.h"
 #include "agent/spf/legacyservicewrapper/ReceivedCallback.h"
 
+#include "foundation/log/CaptureSink.h"
+
 #include <gmock/gmock.h>
 
 #include <sys/socket.h>
@@ -19,9 +21,12 @@
 #include <unistd.h>
 
 #include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid_io.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <future>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -264,6 +269,105 @@ TEST_F(InProcessEndToEndTest, AServiceReadsADataSourceAndWritesADataSinkUntilItC
     EXPECT_TRUE(testsupport::WaitFor([&] { return kept.use_count() == 1 && in.use_count() == 1; }, kDeadline))
         << "the cleaned-up invokable still holds the client's streams";
     EXPECT_THROW(service->lastStream()->write("gone"), std::runtime_error);
+}
+
+TEST_F(InProcessEndToEndTest, TheHighestFittingInterfaceOfTheMajorVersionStartsOnceTheInstanceItReplacesHasGone) {
+    using agent::directoryinterfaces::ServiceStartedNotification;
+    using agent::directoryinterfaces::ServiceStoppedNotification;
+    const std::string replaceKey = "spf::legacyservicepublisher::replaceMatchingKey";
+    const std::string replaceValue = "spf::legacyservicepublisher::replaceMatchingValue";
+    const std::map<std::string, std::string> fitting{{"colour", "red"}, {replaceKey, "site"}, {replaceValue, "a"}};
+    for (const auto& [version, fits] : std::vector<std::pair<APIVersion, bool>>{
+             {APIVersion(1, 9), true}, {APIVersion(2, 1), true}, {APIVersion(2, 3), true},
+             {APIVersion(2, 7), false}, {APIVersion(3, 0), true}}) {
+        auto metadata = fitting;
+        if (!fits) {
+            metadata["colour"] = "blue";
+        }
+        ServiceInterface pick("e2e.Pick", version, metadata);
+        pick.addMethod("version", [version = version] { return version.toString(); });
+        publisherService()->publishService(pick);
+    }
+    // Entries of earlier runs: one this service replaces (same mark, same major) and one of
+    // another major that stays.
+    const auto entered = [this](std::uint32_t major) {
+        agent::directoryinterfaces::ServiceInstanceInfo info;
+        info.name = "e2e.Pick";
+        info.instance = boost::uuids::random_generator()();
+        info.version = agent::core::serviceutils::APIVersion(major, 0);
+        info.metadata = {{"site", "a"}, {"spf::servicemajor", std::to_string(major)}};
+        lister->registerServiceInstance(info);
+        return info.instance;
+    };
+    const auto stale = entered(2);
+    const auto otherMajor = entered(3);
+    const auto events = std::make_shared<std::pair<std::mutex, std::vector<std::string>>>();
+    const auto note = [events](const std::string& event) {
+        std::lock_guard<std::mutex> lock(events->first);
+        events->second.push_back(event);
+    };
+    const auto subscription = lister->registerForCallbacks(
+        agent::directory::makeCallbackFunction(
+            [note](const ServiceStartedNotification& n) { note("started " + to_string(n.serviceInstance)); },
+            [note](const ServiceStoppedNotification& n) { note("stopped " + to_string(n.serviceInstance)); }),
+        agent::directory::DirectoryServiceClient::OnlyNewChanges, std::string("e2e.Pick"), boost::none);
+    const auto log = std::make_shared<foundation::log::capture_sink>("agent::spf::servicepublisher");
+    foundation::log::addSink(log);
+
+    const cppmicroservices::AnyMap requested{
+        {"colour", cppmicroservices::Any(std::string("red"))},
+        {replaceKey, cppmicroservices::Any(std::string("site"))},
+        {replaceValue, cppmicroservices::Any(std::string("a"))}};
+    configure("pick", {"inprocess"}, {{"e2e.Pick", 2, "pick", requested, 5}, {"e2e.Pick", 4, "none"}});
+    ASSERT_TRUE(waitForFactories("e2e.Pick", 2, 1));
+    EXPECT_EQ("2.3.0.0", call<std::string>(*getInvokable("e2e.Pick", 2), "version", kCallTimeout).get());
+    const auto listed = directoryLists("e2e.Pick");
+    ASSERT_EQ(2u, listed.size());
+    EXPECT_EQ(1, std::count(listed.begin(), listed.end(), otherMajor));
+    const auto started = listed[listed[0] == otherMajor ? 1 : 0];
+    EXPECT_TRUE(testsupport::WaitFor(
+        [&] {
+            std::lock_guard<std::mutex> lock(events->first);
+            return events->second.size() >= 2;
+        },
+        kDeadline));
+    {
+        std::lock_guard<std::mutex> lock(events->first);
+        EXPECT_EQ((std::vector<std::string>{"stopped " + to_string(stale), "started " + to_string(started)}),
+                  events->second);
+    }
+    EXPECT_TRUE(log->contains("Unable to find a ServiceInterface for e2e.Pick with version compatible to "
+                              "requested version 4.0.0.0"));
+    foundation::log::removeSink(log);
+    lister->deregisterFromCallbacks(subscription);
+}
+
+// Publishers wait for the publisher's first configuration; stopping the publisher refuses them.
+TEST_F(EndToEndFixture, PublishServiceWaitsForAConfigurationAndStoppingThePublisherRefusesTheWaiters) {
+    auto publisher = publisherService();
+    std::promise<boost::uuids::uuid> firstResult;
+    std::thread first([&] {
+        try {
+            firstResult.set_value(publisher->publishService(echoInterface(std::make_shared<Gate>())));
+        } catch (...) {
+            firstResult.set_exception(std::current_exception());
+        }
+    });
+    configure("e2e", {"inprocess"}, {{"e2e.Echo", 1, "echo"}});
+    first.join();
+    EXPECT_FALSE(firstResult.get_future().get().is_nil());
+    ASSERT_TRUE(waitForFactories("e2e.Echo", 1, 1));
+
+    // With no configuration left, the next publisher waits until the publisher stops.
+    removeConfiguration("e2e");
+    auto second = std::async(std::launch::async, [publisher] {
+        ServiceInterface other("e2e.Other", APIVersion(1, 0));
+        other.addMethod("nothing", [] {});
+        return publisher->publishService(other);
+    });
+    bundleNamed("com_norbridge_agentspflegacyservicepublisher").Stop();
+    ASSERT_EQ(std::future_status::ready, second.wait_for(kDeadline));
+    EXPECT_THAT([&] { second.get(); }, ::testing::ThrowsMessage<std::runtime_error>("Unable to publish service"));
 }
 
 // A Unix socket that takes connections into its backlog and never answers: dialling it
