@@ -1,6 +1,7 @@
 // spf-host as a user runs it: its command line, and a run from start to SIGTERM.
 
 #include "ChildProcess.h"
+#include "support/WaitFor.h"
 
 #include "agent/control/AgentRegistry.h"
 
@@ -118,6 +119,12 @@ TEST(SpfHostProcessTest, ConsoleCommandsAnswerThroughExecAndTheControlSocket) {
     ASSERT_TRUE(status);
     EXPECT_EQ("exit status 1", ChildProcess::describe(*status)) << "some commands failed";
 
+    // An endpoint with nothing behind it fails for good, and its service says why it does not run.
+    const std::string nowhere = "ipc://" + (folder / "nowhere.ipc").string();
+    std::ofstream(folder / "qz.spf.legacyservicepublisher~far.json") << R"({
+        "config": {"endpointsToConnectTo": [")" << nowhere << R"("]},
+        "serviceConfigurations": [
+            {"name": "demo.Text", "version": {"major": 1}, "requestedProperties": {}, "uniqueID": "far"}]})";
     const auto control = (folder / "host.control").string();
     ChildProcess host(SPF_HOST_PATH,
                       {"--config-dir", folder.string(), "--no-listen", "--control", control, "--log-level", "error"});
@@ -134,6 +141,17 @@ TEST(SpfHostProcessTest, ConsoleCommandsAnswerThroughExecAndTheControlSocket) {
         ASSERT_TRUE(clientStatus);
         EXPECT_EQ(ChildProcess::describe(exitStatus << 8), ChildProcess::describe(*clientStatus));
     }
+    std::string report;
+    EXPECT_TRUE(testsupport::WaitFor(
+        [&] {
+            ChildProcess client(SPF_HOST_PATH, {"ctl", "--control", control, "status"});
+            report = client.readRemainingStdout(soon());
+            client.waitForExit(soon());
+            return report.find("  " + nowhere + "  failed for good  (") != std::string::npos;
+        },
+        std::chrono::seconds(30)))
+        << report;
+    EXPECT_THAT(report, HasSubstr("  demo.Text 1 (far/far)\n    not running on " + nowhere + ": not connected\n"));
     EXPECT_EQ(std::filesystem::perms::owner_all,
               std::filesystem::status(control).permissions() & std::filesystem::perms::all) << "owner only";
     host.signal(SIGTERM);
