@@ -98,17 +98,17 @@ bool ServicePublisher::ensureAllPublisherConfigurationsAreHonoured(ChangeType ch
                     if (change == ChangeType::InterfaceWithdrawn) {
                         continue;
                     }
-                    // Only the major version counts; the finder logs why it found nothing, as its own
-                    // logger would, and the status report keeps it.
+                    // Only the major version counts. Why the finder found nothing is logged under its
+                    // own logger's name when it is news (every pass would repeat it), and the status
+                    // report keeps it.
                     std::string notFound;
                     const agent::spf::servicepublisher::HighestVersionedInterfaceWithMatchingPropertiesFinder finder(
                         requested.name, agent::spf::core::APIVersion(requested.version.major),
-                        requested.requestedProperties, [&notFound](const std::string& text) {
-                            notFound = text;
-                            FOUNDATION_LOG(finderLogger(), severity::warning) << text;
-                        });
+                        requested.requestedProperties, [&notFound](const std::string& text) { notFound = text; });
                     const auto found = finder(byNameAndVersion);
-                    noteServiceProblem(key, requested.uniqueID, endpoint, notFound);
+                    if (noteServiceProblem(key, requested.uniqueID, endpoint, notFound) && !notFound.empty()) {
+                        FOUNDATION_LOG(finderLogger(), severity::warning) << notFound;
+                    }
                     if (found == byNameAndVersion.end()) {
                         continue;
                     }

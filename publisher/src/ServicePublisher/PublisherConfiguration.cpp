@@ -107,6 +107,7 @@ void ServicePublisher::Updated(const std::string& pid, const AnyMap& properties)
         }
         // A changed configuration gives endpoints that failed for good a new chance.
         failedAgentConnections.clear();
+        forgetServiceProblemsOf(key);
         ensureAllPublisherConfigurationsAreHonoured(ChangeType::ConfigurationOrPass);
     }
     stateChanged.notify_all();
@@ -123,6 +124,7 @@ void ServicePublisher::Removed(const std::string& pid) {
         }
         publisherConfigurations.erase(stored);
         failedAgentConnections.clear();
+        forgetServiceProblemsOf(key);
     }
     // The work thread's next pass stops the services no configuration asks for any more.
     wakeWorkThread();

@@ -36,14 +36,23 @@ void ServicePublisher::noteConnectionError(const std::string& endpoint, const st
     }
 }
 
-void ServicePublisher::noteServiceProblem(const std::string& configuration, const std::string& uniqueID,
+bool ServicePublisher::noteServiceProblem(const std::string& configuration, const std::string& uniqueID,
                                           const std::string& endpoint, const std::string& problem) {
     std::lock_guard<std::mutex> lock(statusMutex);
     const auto key = std::make_tuple(configuration, uniqueID, endpoint);
     if (problem.empty()) {
-        serviceProblems.erase(key);
-    } else {
-        serviceProblems[key] = problem;
+        return serviceProblems.erase(key) != 0;
+    }
+    auto& noted = serviceProblems[key];
+    const bool changed = noted != problem;
+    noted = problem;
+    return changed;
+}
+
+void ServicePublisher::forgetServiceProblemsOf(const std::string& configuration) {
+    std::lock_guard<std::mutex> lock(statusMutex);
+    for (auto problem = serviceProblems.begin(); problem != serviceProblems.end();) {
+        problem = std::get<0>(problem->first) == configuration ? serviceProblems.erase(problem) : std::next(problem);
     }
 }
 

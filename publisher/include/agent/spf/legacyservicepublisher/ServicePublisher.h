@@ -364,9 +364,12 @@ private:
 
     // Remember why an endpoint could not be reached, and why a configured service does not run
     // on an endpoint; an empty text forgets it. Any thread; take statusMutex themselves.
+    // noteServiceProblem says whether that changed what was noted.
     void noteConnectionError(const std::string& endpoint, const std::string& error);
-    void noteServiceProblem(const std::string& configuration, const std::string& uniqueID,
+    bool noteServiceProblem(const std::string& configuration, const std::string& uniqueID,
                             const std::string& endpoint, const std::string& problem);
+    // A configuration that changed or went starts with nothing noted (so its problems are logged anew).
+    void forgetServiceProblemsOf(const std::string& configuration);
 
     // Work thread.
     // Call with workMutex held.
