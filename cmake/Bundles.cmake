@@ -10,7 +10,7 @@
 # HOSTED bundles are what a host runs: each is also linked from <build>/bundles, the folder
 # that spf-host installs by default (test bundles stay out of it).
 #
-# Appended layout (read by microservices/src/bundle/EmbeddedManifest.cpp):
+# Appended layout (read by platform/microservices/src/bundle/EmbeddedManifest.cpp):
 #   <manifest bytes><manifest length, 16 decimal digits>#US-MANIFEST-V1#
 #
 # Run as a script (cmake -P), this file performs the append:
