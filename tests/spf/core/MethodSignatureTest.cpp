@@ -52,13 +52,9 @@ TEST(MethodSignatureTest, TextFormsReadAndWriteBack) {
 }
 
 TEST(MethodSignatureTest, MalformedTextsAreRefusedWithWhatAndWhere) {
-    const std::string deep = std::string(1, '(') + [] {
-        std::string type = "int";
-        for (int i = 0; i < 33; ++i) {
-            type = "array<" + type + ">";
-        }
-        return type;
-    }() + ") -> void";
+    std::string deep = "int";
+    for (int i = 0; i < 33; ++i) deep = "array<" + deep + ">";
+    deep = "(" + deep + ") -> void";
     const std::vector<std::pair<std::string, std::string>> rows = {
         {"", "expected '(' at offset 0"},
         {"int -> int", "expected '(' at offset 0"},

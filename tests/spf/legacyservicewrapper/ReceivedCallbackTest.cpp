@@ -96,21 +96,11 @@ protected:
     std::vector<boost::uuids::uuid> removals;
 };
 
-TEST_F(ReceivedCallbackTest, AServiceCallsTheClientsCallbackWithTypedArgumentsAndRemovesIt) {
-    const auto reference = bridge(steps);
-    ASSERT_EQ(send("step", onePart(avroEncode(reference))), onePart(avroEncode(std::string("step7"))).asStringView());
-    EXPECT_EQ(service->held->invoke<std::string>(-1, "x"), "x-1");
-
-    service->held->remove();
-    service->held->remove();  // tells nobody again
-    EXPECT_EQ(removals, std::vector<boost::uuids::uuid>{reference.callbackUUID});
-    EXPECT_THROW(service->held->invoke<std::string>(0, "x"), std::runtime_error);
-    EXPECT_EQ(steps.getSharedState()->getInvokeCount(), 2u);  // refused here, not by the bridge
-}
-
+// A call and a removal from either side run end to end; here the client's removal races the
+// service's calls, and the failures a service meets.
 TEST_F(ReceivedCallbackTest, TheClientsRemovalReachesTheServiceThroughItsRemovalMethodWhileItCalls) {
     const auto reference = bridge(steps);
-    send("step", onePart(avroEncode(reference)));
+    ASSERT_EQ(send("step", onePart(avroEncode(reference))), onePart(avroEncode(std::string("step7"))).asStringView());
     ASSERT_TRUE(service->held->isActive() && !service->held->wasRemovedByClient());
     Barrier barrier(3);
     std::vector<std::string> ends(2, "still calling");

@@ -10,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using namespace agent::spf::serialisation;
@@ -115,9 +116,9 @@ TEST(AvroDecoderTest, BlocksWithNegativeCountsAndSeveralBlocksAreRead) {
     EXPECT_EQ(decodeExactCopy<std::vector<avrotest::Empty>>(fromHex("0a00")).size(), 5u);
 }
 
-TEST(AvroDecoderTest, AStreamOverPartOfABufferNeverReadsPastThePart) {
-    // "abc" encoded, but the view ends before the 'c': the 'c' after it must not be used.
-    const Bytes whole = fromHex("06616263");
+// A view over part of a buffer: reads and seeks stay within it, and a decoder never reads past it.
+TEST(AvroDecoderTest, AStreamOverPartOfABufferNeverReadsOrSeeksPastThePart) {
+    const Bytes whole = fromHex("06616263");  // "abc" encoded; the view ends before the 'c'
     NonOwningByteBufferViewIStreambuf part(whole.data(), 3);
     std::istream in(&part);
     try {
@@ -126,4 +127,13 @@ TEST(AvroDecoderTest, AStreamOverPartOfABufferNeverReadsPastThePart) {
     } catch (const std::runtime_error& e) {
         EXPECT_STREQ(e.what(), "Avro length beyond the remaining input 3");
     }
+    for (const auto& [offset, way, lands] : {std::tuple{-1, std::ios_base::end, 2}, {-3, std::ios_base::beg, -1},
+                                             {4, std::ios_base::beg, -1}, {1, std::ios_base::beg, 1}}) {
+        in.clear();
+        in.seekg(offset, way);
+        EXPECT_EQ(lands, in.fail() ? -1 : static_cast<int>(in.tellg())) << offset << " from " << way;
+    }
+    EXPECT_EQ('a', in.get());
+    in.seekg(0);
+    EXPECT_EQ(3u, part.remaining());
 }

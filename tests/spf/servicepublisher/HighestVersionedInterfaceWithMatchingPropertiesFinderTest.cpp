@@ -14,6 +14,7 @@
 #include <limits>
 #include <map>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -47,199 +48,96 @@ using InterfaceIndex = mi::multi_index_container<
         mi::const_mem_fun<InterfaceEntry, const std::string&, &InterfaceEntry::getServiceInterfaceName>,
         mi::const_mem_fun<InterfaceEntry, const APIVersion&, &InterfaceEntry::getServiceInterfaceVersion>>>>>;
 
-ptree requested(const std::vector<std::pair<std::string, std::string>>& leaves) {
-    ptree tree;
-    for (const auto& [key, value] : leaves) {
-        tree.put(ptree::path_type(key, '/'), value);
-    }
-    return tree;
-}
+const std::string kNoVersion = "Unable to find a ServiceInterface for Greeter with version compatible to requested version ";
 
-struct Search {
-    std::vector<std::string> logged;
-    HighestVersionedInterfaceWithMatchingPropertiesFinder finder;
-
-    Search(std::string name, APIVersion version, ptree properties = {})
-        : finder(std::move(name), version, std::move(properties),
-                 [this](const std::string& message) { logged.push_back(message); }) {}
-
-    // The found entry's version as text, or "none".
-    std::string in(const InterfaceIndex& index) {
-        auto found = finder(index);
-        return found == index.end() ? "none" : found->getServiceInterfaceVersion().toString();
-    }
-};
-
-InterfaceIndex greeters() {
-    InterfaceIndex index;
-    index.insert(InterfaceEntry("Greeter", APIVersion(1, 9), {{"lang", "en"}}));
-    index.insert(InterfaceEntry("Greeter", APIVersion(2, 0), {{"lang", "en"}}));
-    index.insert(InterfaceEntry("Greeter", APIVersion(2, 9, 1), {{"lang", "en"}}));
-    index.insert(InterfaceEntry("Greeter", APIVersion(3, 0), {{"lang", "en"}}));
-    index.insert(InterfaceEntry("Greeter", APIVersion(4, 0), {{"lang", "en"}}));
-    return index;
-}
-
-TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, ServesTheHighestVersionOfTheRequestedMajorOnly) {
-    const auto index = greeters();
-    struct Row {
-        APIVersion requestedVersion;
-        std::string expected;
-    };
-    const std::vector<Row> rows = {
-        {APIVersion(2, 5), "2.9.1.0"},  // minor, patch and extension of the request play no part
-        {APIVersion(2, 99, 99, 99), "2.9.1.0"},
-        {APIVersion(2), "2.9.1.0"},
-        {APIVersion(1, 0), "1.9.0.0"},
-        {APIVersion(3, 5), "3.0.0.0"},
-        {APIVersion(4), "4.0.0.0"},
-        {APIVersion(0), "none"},
-        {APIVersion(5), "none"},
-    };
-    for (const auto& row : rows) {
-        Search search("Greeter", row.requestedVersion);
-        EXPECT_EQ(row.expected, search.in(index)) << "requested " << row.requestedVersion;
-    }
-}
-
-TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, StepsDownToTheHighestVersionWithAllRequestedProperties) {
-    InterfaceIndex index;
-    index.insert(InterfaceEntry("Greeter", APIVersion(2, 0), {{"lang", "de"}, {"region", "eu"}, {"extra", "x"}}));
-    index.insert(InterfaceEntry("Greeter", APIVersion(2, 1), {{"lang", "de"}}));
-    index.insert(InterfaceEntry("Greeter", APIVersion(2, 2), {{"lang", "en"}, {"region", "eu"}}));
-    index.insert(InterfaceEntry("Greeter", APIVersion(3, 0), {{"lang", "de"}, {"region", "eu"}}));
-
-    Search both("Greeter", APIVersion(2, 5), requested({{"lang", "de"}, {"region", "eu"}}));
-    EXPECT_EQ("2.0.0.0", both.in(index));
-    Search one("Greeter", APIVersion(2), requested({{"lang", "de"}}));
-    EXPECT_EQ("2.1.0.0", one.in(index));
-    Search none("Greeter", APIVersion(2), {});
-    EXPECT_EQ("2.2.0.0", none.in(index)) << "an empty request is met by every interface";
-    Search valueDiffers("Greeter", APIVersion(2), requested({{"lang", "DE"}}));
-    EXPECT_EQ("none", valueDiffers.in(index)) << "values compare exactly";
-    EXPECT_TRUE(both.logged.empty() && one.logged.empty() && none.logged.empty());
-}
-
-TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, NestedRequestsNameDottedProperties) {
-    InterfaceIndex index;
-    index.insert(InterfaceEntry("Greeter", APIVersion(1), {{"spf.legacy.mode", "fast"}, {"a.b.c", "d"}}));
-    Search nested("Greeter", APIVersion(1), requested({{"spf/legacy/mode", "fast"}, {"a/b/c", "d"}}));
-    EXPECT_EQ("1.0.0.0", nested.in(index));
-    Search literalKey("Greeter", APIVersion(1), requested({{"spf.legacy.mode", "fast"}}));
-    EXPECT_EQ("1.0.0.0", literalKey.in(index)) << "a dotted key in one node asks for the same property";
-}
-
-TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, OtherNamesNeverCount) {
-    InterfaceIndex index;
-    index.insert(InterfaceEntry("Greete", APIVersion(2, 9), {}));
-    index.insert(InterfaceEntry("GreeterX", APIVersion(2, 0), {}));
-    index.insert(InterfaceEntry("Greeter2", APIVersion(2, 0), {}));
-    Search search("Greeter", APIVersion(2));
-    EXPECT_EQ("none", search.in(index));
-    index.insert(InterfaceEntry("Greeter", APIVersion(2, 3), {}));
-    EXPECT_EQ("2.3.0.0", search.in(index));
-}
-
-TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, TheLargestMajorEndsAtTheNextName) {
+// Each row asks an index for a name, a version and properties: the highest version of the
+// requested major that has every requested property (values compare exactly, nested requests
+// name dotted properties), and what is logged when there is none. The end-to-end suite picks
+// among published interfaces the same way; the edges are here.
+TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, FindsTheHighestFittingVersionOfTheMajorOrSaysWhyNot) {
     constexpr auto largest = std::numeric_limits<std::uint32_t>::max();
     InterfaceIndex index;
-    index.insert(InterfaceEntry("Greeter", APIVersion(largest - 1), {}));
-    index.insert(InterfaceEntry("Greeter", APIVersion(largest, 1), {{"k", "v"}}));
-    index.insert(InterfaceEntry("Greeter", APIVersion(largest, 7), {}));
-    index.insert(InterfaceEntry("Greeter\x01", APIVersion(largest, 9), {{"k", "v"}}));
-
-    Search highest("Greeter", APIVersion(largest));
-    EXPECT_EQ(APIVersion(largest, 7).toString(), highest.in(index));
-    Search withProperty("Greeter", APIVersion(largest), requested({{"k", "v"}}));
-    EXPECT_EQ(APIVersion(largest, 1).toString(), withProperty.in(index));
+    for (const auto& [name, version, properties] : std::vector<std::tuple<std::string, APIVersion, Properties>>{
+             {"Greete", APIVersion(2, 9), {}},
+             {"Greeter", APIVersion(1, 9), {{"lang", "en"}}},
+             {"Greeter", APIVersion(2, 0), {{"lang", "de"}, {"region", "eu"}, {"spf.legacy.mode", "fast"}}},
+             {"Greeter", APIVersion(2, 1), {{"lang", "de"}}},
+             {"Greeter", APIVersion(2, 9, 1), {{"lang", "en"}, {"region", "eu"}}},
+             {"Greeter", APIVersion(3, 0), {{"lang", "de"}, {"region", "eu"}}},
+             {"Greeter", APIVersion(largest - 1), {}},
+             {"Greeter", APIVersion(largest, 1), {{"k", "v"}}},
+             {"Greeter", APIVersion(largest, 7), {}},
+             {"Greeter\x01", APIVersion(largest, 9), {{"k", "v"}}},
+             {"GreeterX", APIVersion(4, 0), {}},
+         }) {
+        index.insert(InterfaceEntry(name, version, properties));
+    }
+    struct Row {
+        std::string name;
+        APIVersion version;
+        std::vector<std::pair<std::string, std::string>> properties;
+        std::string found;   // a version, or "none"
+        std::string logged;  // when none was found
+    };
+    const std::vector<Row> rows = {
+        {"Greeter", APIVersion(2, 5), {}, "2.9.1.0", ""},  // minor, patch and extension of the request play no part
+        {"Greeter", APIVersion(2, 99, 99, 99), {}, "2.9.1.0", ""},
+        {"Greeter", APIVersion(1), {}, "1.9.0.0", ""},
+        {"Greeter", APIVersion(2), {{"lang", "de"}, {"region", "eu"}}, "2.0.0.0", ""},
+        {"Greeter", APIVersion(2), {{"lang", "de"}}, "2.1.0.0", ""},
+        {"Greeter", APIVersion(2), {{"spf/legacy/mode", "fast"}}, "2.0.0.0", ""},
+        {"Greeter", APIVersion(2), {{"spf.legacy.mode", "fast"}}, "2.0.0.0", ""},
+        {"Greeter", APIVersion(largest), {}, APIVersion(largest, 7).toString(), ""},
+        {"Greeter", APIVersion(largest), {{"k", "v"}}, APIVersion(largest, 1).toString(), ""},
+        {"Greeter", APIVersion(7, 3, 2, 1), {}, "none", kNoVersion + "7.0.0.0"},
+        {"Greeter", APIVersion(4), {{"lang", "en"}}, "none", kNoVersion + "4.0.0.0"},
+        {"Greeter", APIVersion(2), {{"lang", "DE"}, {"tier/level", "gold"}}, "none",
+         kNoVersion + "2.0.0.0 and all required service properties {\"lang\":\"DE\",\"tier\":{\"level\":\"gold\"}}"},
+    };
+    for (const auto& row : rows) {
+        ptree requested;
+        for (const auto& [key, value] : row.properties) requested.put(ptree::path_type(key, '/'), value);
+        std::vector<std::string> logged;
+        HighestVersionedInterfaceWithMatchingPropertiesFinder finder(
+            row.name, row.version, requested, [&logged](const std::string& message) { logged.push_back(message); });
+        const auto found = finder(index);
+        EXPECT_EQ(row.found, found == index.end() ? "none" : found->getServiceInterfaceVersion().toString())
+            << row.name << " " << row.version;
+        EXPECT_EQ(row.logged.empty() ? std::vector<std::string>{} : std::vector<std::string>{row.logged}, logged);
+    }
 }
 
-TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, ExplainsWhyNothingWasFoundWordForWord) {
-    const auto index = greeters();
-
-    Search noVersion("Greeter", APIVersion(7, 3, 2, 1));
-    EXPECT_EQ("none", noVersion.in(index));
-    EXPECT_EQ(std::vector<std::string>{"Unable to find a ServiceInterface for Greeter with version compatible to "
-                                       "requested version 7.0.0.0"},
-              noVersion.logged);
-
-    Search noName("Farewell", APIVersion(2), requested({{"lang", "en"}}));
-    EXPECT_EQ("none", noName.in(index));
-    EXPECT_EQ(std::vector<std::string>{"Unable to find a ServiceInterface for Farewell with version compatible to "
-                                       "requested version 2.0.0.0"},
-              noName.logged)
-        << "with no version in range, the properties are not mentioned";
-
-    Search noProperties("Greeter", APIVersion(2, 5), requested({{"lang", "fr"}, {"tier/level", "gold"}}));
-    EXPECT_EQ("none", noProperties.in(index));
-    EXPECT_EQ(std::vector<std::string>{"Unable to find a ServiceInterface for Greeter with version compatible to "
-                                       "requested version 2.0.0.0 and all required service properties "
-                                       "{\"lang\":\"fr\",\"tier\":{\"level\":\"gold\"}}"},
-              noProperties.logged);
-
-    Search emptyIndex("Greeter", APIVersion(1));
-    EXPECT_EQ("none", emptyIndex.in(InterfaceIndex()));
-    EXPECT_EQ(1u, emptyIndex.logged.size());
-}
-
-TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, PropertyTextEscapesWhatJsonMust) {
+// The message escapes what JSON must; a map keyed by name and version is searched too; without a
+// log function the library logger warns, and a throwing one does not spoil the search.
+TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, MessagesOtherIndexesAndLogFunctions) {
     ptree tree;
     tree.put("quote\"d", "back\\slash\nnew line");
-    HighestVersionedInterfaceWithMatchingPropertiesFinder finder("Greeter", APIVersion(1), tree, [](auto&&) {});
-    EXPECT_EQ("Unable to find a ServiceInterface for Greeter with version compatible to requested version 1.0.0.0 and "
-              "all required service properties {\"quote\\\"d\":\"back\\\\slash\\nnew line\"}",
-              finder.noMatchingPropertiesMessage());
-    HighestVersionedInterfaceWithMatchingPropertiesFinder empty("Greeter", APIVersion(1), ptree(), [](auto&&) {});
-    EXPECT_EQ("Unable to find a ServiceInterface for Greeter with version compatible to requested version 1.0.0.0 and "
-              "all required service properties {}",
-              empty.noMatchingPropertiesMessage());
-}
+    EXPECT_EQ(kNoVersion + "1.0.0.0 and all required service properties {\"quote\\\"d\":\"back\\\\slash\\nnew line\"}",
+              HighestVersionedInterfaceWithMatchingPropertiesFinder("Greeter", APIVersion(1), tree, [](auto&&) {})
+                  .noMatchingPropertiesMessage());
 
-TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, SearchesAMapKeyedByNameAndVersion) {
-    std::map<std::pair<std::string, APIVersion>, Properties> index{
-        {{"Greeter", APIVersion(2, 1)}, {{"lang", "en"}}},
-        {{"Greeter", APIVersion(2, 4)}, {{"lang", "de"}}},
-        {{"Greeter", APIVersion(3, 0)}, {{"lang", "en"}}},
-    };
-    std::vector<std::string> logged;
-    HighestVersionedInterfaceWithMatchingPropertiesFinder finder(
-        "Greeter", APIVersion(2, 9), requested({{"lang", "en"}}),
-        [&](const std::string& message) { logged.push_back(message); });
-    const auto found = finder(index);
-    ASSERT_NE(index.end(), found);
+    // A map keyed by name and version is searched the same way, its properties found by an accessor.
+    const std::map<std::pair<std::string, APIVersion>, std::pair<int, Properties>> wrapped{
+        {{"Greeter", APIVersion(2, 1)}, {0, {{"lang", "en"}}}}, {{"Greeter", APIVersion(2, 4)}, {0, {{"lang", "de"}}}}};
+    tree.clear();
+    tree.put("lang", "en");
+    const auto found = HighestVersionedInterfaceWithMatchingPropertiesFinder("Greeter", APIVersion(2, 9), tree, [](auto&&) {})(
+        wrapped, [](const auto& element) -> const Properties& { return element.second.second; });
+    ASSERT_NE(wrapped.end(), found);
     EXPECT_EQ(APIVersion(2, 1), found->first.second);
 
-    // The same search with the properties found another way.
-    std::map<std::pair<std::string, APIVersion>, std::pair<int, Properties>> wrapped{
-        {{"Greeter", APIVersion(2, 4)}, {0, {{"lang", "en"}}}}};
-    const auto foundWrapped = finder(wrapped, [](const auto& element) -> const Properties& {
-        return element.second.second;
-    });
-    ASSERT_NE(wrapped.end(), foundWrapped);
-    EXPECT_TRUE(logged.empty());
-}
-
-TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, WithoutALogFunctionTheLibraryLoggerWarns) {
+    InterfaceIndex empty;
+    EXPECT_NO_THROW(EXPECT_EQ(empty.end(), HighestVersionedInterfaceWithMatchingPropertiesFinder(
+                                               "Greeter", APIVersion(9), ptree(),
+                                               [](const std::string&) { throw std::runtime_error("log is full"); })(empty)));
     auto capture = std::make_shared<foundation::log::capture_sink>("agent::spf::servicepublisher");
     foundation::log::addSink(capture);
-    HighestVersionedInterfaceWithMatchingPropertiesFinder finder("Greeter", APIVersion(9), ptree());
-    const auto index = greeters();
-    EXPECT_EQ(index.end(), finder(index));
+    EXPECT_EQ(empty.end(), HighestVersionedInterfaceWithMatchingPropertiesFinder("Greeter", APIVersion(9), ptree())(empty));
     foundation::log::removeSink(capture);
-
     const auto records = capture->records();
     ASSERT_EQ(1u, records.size());
     EXPECT_EQ(foundation::log::severity::warning, records[0].severity);
-    EXPECT_EQ(
-        "Unable to find a ServiceInterface for Greeter with version compatible to requested version 9.0.0.0",
-        records[0].text);
-}
-
-TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, AThrowingLogFunctionDoesNotSpoilTheSearch) {
-    HighestVersionedInterfaceWithMatchingPropertiesFinder finder(
-        "Greeter", APIVersion(9), ptree(), [](const std::string&) { throw std::runtime_error("log is full"); });
-    const auto index = greeters();
-    EXPECT_NO_THROW(EXPECT_EQ(index.end(), finder(index)));
+    EXPECT_EQ(kNoVersion + "9.0.0.0", records[0].text);
 }
 
 }  // namespace
