@@ -1,11 +1,15 @@
 #pragma once
 
-// Helpers for the foundation tests: bounded waits, a gate and a barrier.
+// Helpers for the foundation tests: bounded waits, a counter to wait on, a barrier, threads
+// released at once and a meter of how much runs at once.
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
+#include <thread>
+#include <vector>
 
 namespace foundation::testing {
 
@@ -14,51 +18,18 @@ inline std::chrono::steady_clock::time_point deadline(std::chrono::milliseconds 
     return std::chrono::steady_clock::now() + in;
 }
 
-// Closed until open(); wait() blocks while closed.
-class Gate {
-public:
-    // Notifies with the lock held: a waiter may destroy the gate as soon as it returns.
-    void open() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        open_ = true;
-        opened_.notify_all();
+// Bounded wait for a condition that only a background thread can make true.
+template <class Condition>
+bool eventually(Condition condition) {
+    for (const auto until = deadline(); !condition(); std::this_thread::yield()) {
+        if (std::chrono::steady_clock::now() > until) {
+            return false;
+        }
     }
-    bool wait(std::chrono::steady_clock::time_point until = deadline()) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return opened_.wait_until(lock, until, [this] { return open_; });
-    }
+    return true;
+}
 
-private:
-    std::mutex mutex_;
-    std::condition_variable opened_;
-    bool open_ = false;
-};
-
-// Counts arrivals; arriveAndWait() returns true once `parties` threads have arrived,
-// false if the deadline passes first.
-class Barrier {
-public:
-    explicit Barrier(std::size_t parties) : parties_(parties) {}
-    bool arriveAndWait(std::chrono::steady_clock::time_point until = deadline()) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        ++arrived_;
-        arrival_.notify_all();  // for waitForArrivals as well as the other parties
-        return arrival_.wait_until(lock, until, [this] { return arrived_ >= parties_; });
-    }
-    // Waits until `n` parties have arrived, without arriving.
-    bool waitForArrivals(std::size_t n, std::chrono::steady_clock::time_point until = deadline()) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return arrival_.wait_until(lock, until, [&] { return arrived_ >= n; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable arrival_;
-    const std::size_t parties_;
-    std::size_t arrived_ = 0;
-};
-
-// A counter others can wait on.
+// A counter others can wait on; as a gate, open() is its first increment.
 class Counter {
 public:
     // Notifies with the lock held: a waiter may destroy the counter as soon as it returns.
@@ -67,10 +38,8 @@ public:
         ++count_;
         changed_.notify_all();
     }
-    std::size_t value() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return count_;
-    }
+    void open() { increment(); }
+    bool wait() { return waitFor(1); }
     bool waitFor(std::size_t n, std::chrono::steady_clock::time_point until = deadline()) {
         std::unique_lock<std::mutex> lock(mutex_);
         return changed_.wait_until(lock, until, [&] { return count_ >= n; });
@@ -80,6 +49,50 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     std::size_t count_ = 0;
+};
+using Gate = Counter;
+
+// arriveAndWait() returns true once `parties` threads have arrived, false at the deadline.
+class Barrier {
+public:
+    explicit Barrier(std::size_t parties) : parties_(parties) {}
+    bool arriveAndWait() {
+        arrived_.increment();
+        return arrived_.waitFor(parties_);
+    }
+
+private:
+    Counter arrived_;
+    const std::size_t parties_;
+};
+
+// Runs body(0) ... body(n - 1) on n threads released at once; returns when all have returned.
+template <class Body>
+void concurrently(int n, Body body) {
+    Barrier start(n);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < n; ++i) {
+        threads.emplace_back([&, i] {
+            start.arriveAndWait();
+            body(i);
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+}
+
+// Tracks the most work items running at once: enter() and leave() around each.
+struct ConcurrencyMeter {
+    std::atomic<int> running{0};
+    std::atomic<int> most{0};
+    void enter() {
+        const int now = ++running;
+        for (int seen = most.load(); now > seen && !most.compare_exchange_weak(seen, now);) {
+        }
+        std::this_thread::yield();
+    }
+    void leave() { --running; }
 };
 
 }  // namespace foundation::testing
