@@ -1,12 +1,12 @@
+#include "agent/directory/DirectoryCore.h"
 #include "agent/directory/DirectoryServiceClient.h"
 
-#include "agent/directory/DirectoryFixture.h"
+#include "agent/directory/DirectoryTestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
-#include <future>
 #include <mutex>
 #include <thread>
 
@@ -18,44 +18,60 @@ using core::transport::Address;
 using core::transport::Message;
 using directoryinterfaces::ServiceNotification;
 using namespace testing;
-using DirectoryServiceClientTest = DirectoryFixture;
 
-TEST_F(DirectoryServiceClientTest, RegisteredServicesAreListedLookedUpAndCalled) {
+// Collects a subscription's notifications as "started X" / "stopped X".
+class Events {
+public:
+    DirectoryCallback callback() {
+        return [this](const ServiceNotification& n) {
+            std::lock_guard<std::mutex> lock(eventsMutex_);
+            events_.push_back(describe(n));
+        };
+    }
+    std::vector<std::string> waitFor(std::size_t count) {
+        eventually([&] { return snapshot().size() >= count; });
+        return snapshot();
+    }
+    std::vector<std::string> snapshot() {
+        std::lock_guard<std::mutex> lock(eventsMutex_);
+        return events_;
+    }
+
+private:
+    std::mutex eventsMutex_;
+    std::vector<std::string> events_;
+};
+
+// An exchange on inproc:// (which hosts the directory) and containers dialling it, each
+// with a directory client of its own.
+class DirectoryServiceClientTest : public ::testing::Test {
+protected:
+    void SetUp() override { endpoint_ = exchange_.listen(inprocUrl()); }
+    void TearDown() override {
+        clients_.clear();
+        containers_.clear();
+        exchange_.close();
+    }
+
+    // A client on a container of its own.
+    DirectoryServiceClient& client(std::chrono::milliseconds timeout = 5000ms) {
+        auto container = makeContainer(endpoint_);
+        containers_.push_back(container);
+        clients_.push_back(std::make_unique<DirectoryServiceClient>(
+            container->createContext(container->generateServiceInstance()), timeout));
+        return *clients_.back();
+    }
+
+    nanomsgtransport::Exchange exchange_;
+    std::string endpoint_;
+    std::shared_ptr<DirectoryCore> directory_ = exchange_.directory();
+    std::vector<std::shared_ptr<core::container::ServiceContainer>> containers_;
+    std::vector<std::unique_ptr<DirectoryServiceClient>> clients_;
+};
+
+TEST_F(DirectoryServiceClientTest, SubscriptionsSeeRunningServicesFirstThenChangesInOrderUntilTheExchangeCloses) {
     auto& provider = client();
-    auto keyValue = serveEcho(*containers_.back(), "KeyValue", {{"spf.wireFormat", "avro"}, {"tier", "gold"}});
-    auto clock = serveEcho(*containers_.back(), "Clock", {{"spf.wireFormat", "avro"}});
-    keyValue.version = APIVersion(2, 1);
-    provider.registerServiceInstance(keyValue);
-    provider.registerServiceInstance(clock);
-
-    auto& consumer = client();
-    EXPECT_EQ(consumer.queryDirectoryForServiceUUIDs("*").size(), 3u);
-    EXPECT_EQ(consumer.queryDirectoryForServiceUUIDs("directory"),
-              std::vector<boost::uuids::uuid>{core::transport::getWellKnowAddressFor(1).getUUID()});
-    EXPECT_EQ(consumer.queryDirectoryForServicesMatchingMetadata("*", {{"spf.wireFormat", "avro"}}).size(), 2u);
-    EXPECT_EQ(consumer.queryDirectoryForServicesMatchingMetadata("*", {{"spf.wireFormat", "avro"}, {"tier", "gold"}}),
-              std::vector<boost::uuids::uuid>{keyValue.instance});
-
-    auto stub = consumer.lookupServiceInstance(keyValue.instance, APIVersion(0));
-    ASSERT_TRUE(stub.isFound());
-    EXPECT_EQ(stub.getName(), "KeyValue");
-    EXPECT_EQ(stub.getVersion(), APIVersion(2, 1));
-    EXPECT_TRUE(stub.getMetadata("tier") == std::string("gold"));
-    EXPECT_FALSE(stub.getMetadata("absent"));
-    EXPECT_EQ(stub.getNodeID(), containers_.front()->getNodeID());
-    EXPECT_FALSE(stub.getMethod("absent"));
-    auto reply = stub.getMethod("echo")(Message(std::string_view("hi")));
-    ASSERT_EQ(reply.wait_until(deadline()), std::future_status::ready);
-    EXPECT_EQ(reply.get().asStringView(), "KeyValue:hi");
-
-    EXPECT_FALSE(consumer.lookupServiceInstance(randomId(), APIVersion(0)).isFound());
-    EXPECT_FALSE(consumer.lookupServiceInstance(keyValue.instance, APIVersion(3)).isFound());
-    EXPECT_FALSE(consumer.lookupServiceInstance(randomId(), APIVersion(0)).getMethod("echo"));
-}
-
-TEST_F(DirectoryServiceClientTest, SubscriptionsSeeRunningServicesFirstThenChangesInOrder) {
-    auto& provider = client();
-    auto first = serveEcho(*containers_.back(), "KeyValue");
+    auto first = instance("KeyValue");
     provider.registerServiceInstance(first);
 
     auto& watcher = client();
@@ -65,7 +81,7 @@ TEST_F(DirectoryServiceClientTest, SubscriptionsSeeRunningServicesFirstThenChang
                                  std::string("Key*"), boost::none);
     auto onlyNewId = watcher.registerForCallbacks(onlyNew.callback(), DirectoryServiceClient::OnlyNewChanges,
                                                   boost::none, boost::none);
-    auto second = serveEcho(*containers_.front(), "Clock");
+    auto second = instance("Clock");
     provider.registerServiceInstance(second);
     auto token = provider.getDeregistrationToken(first.instance);
     token.reset();
@@ -80,102 +96,45 @@ TEST_F(DirectoryServiceClientTest, SubscriptionsSeeRunningServicesFirstThenChang
     EXPECT_TRUE(watcher.deregisterFromCallbacks(onlyNewId));
     EXPECT_FALSE(watcher.deregisterFromCallbacks(onlyNewId));
     provider.deregisterServiceInstance(second.instance);
-    all.waitFor(5);
+    exchange_.close();  // only a notice sent before the connections closed can arrive now
+    EXPECT_EQ(all.waitFor(6).back(), "stopped directory");
     EXPECT_EQ(onlyNew.snapshot().size(), 2u);
-}
-
-}  // namespace
-}  // namespace agent::directory
-
-namespace agent::directory {
-namespace {
-
-using core::serviceutils::APIVersion;
-using core::transport::Message;
-using directoryinterfaces::ServiceNotification;
-using namespace testing;
-using DirectoryServiceClientTest = DirectoryFixture;
-
-TEST_F(DirectoryServiceClientTest, ADisconnectedContainersServicesAreDeregisteredAndTheirStopsNotified) {
-    auto& watcher = client();
-    Events events;
-    watcher.registerForCallbacks(
-        makeCallbackFunction([&](const auto& s) { events.callback()(ServiceNotification(s)); },
-                             [&](const auto& s) { events.callback()(ServiceNotification(s)); }),
-        DirectoryServiceClient::OnlyNewChanges, boost::none, boost::none);
-
-    auto lost = makeContainer(endpoint_);
-    {
-        DirectoryServiceClient provider(lost->createContext(lost->generateServiceInstance()), 5000ms);
-        provider.registerServiceInstance(serveEcho(*lost, "A"));
-        provider.registerServiceInstance(serveEcho(*lost, "B"));
-        provider.registerForCallbacks(events.callback(), DirectoryServiceClient::OnlyNewChanges, std::string("none"),
-                                      boost::none);
-    }
-    lost.reset();  // takes leave of the exchange, which cleans up after it
-    auto seen = events.waitFor(4);
-    ASSERT_EQ(seen.size(), 4u);
-    std::sort(seen.begin() + 2, seen.end());  // a node's instances go in no particular order
-    EXPECT_EQ(seen, (std::vector<std::string>{"started A", "started B", "stopped A", "stopped B"}));
-    EXPECT_EQ(watcher.queryDirectoryForServiceUUIDs("*").size(), 1u);
-}
-
-TEST_F(DirectoryServiceClientTest, ClosingTheExchangeTellsEverySubscriberTheDirectoryStopped) {
-    Events first, second;
-    client().registerForCallbacks(first.callback(), DirectoryServiceClient::OnlyNewChanges, boost::none, boost::none);
-    client().registerForCallbacks(second.callback(), DirectoryServiceClient::Retrospectively,
-                                  std::string("directory"), boost::none);
-    exchange_.close();
-    // Only a notice sent before the connections closed can arrive now.
-    EXPECT_EQ(first.waitFor(1), std::vector<std::string>{"stopped directory"});
-    EXPECT_EQ(second.waitFor(2), (std::vector<std::string>{"started directory", "stopped directory"}));
     exchange_.close();  // idempotent
 }
 
-TEST_F(DirectoryServiceClientTest, OnceDeregisteredASubscriptionCallsBackNoMoreThoughNotificationsKeepComing) {
+// Deregistered from another thread while notifications keep coming, or from its own
+// callback, a subscription calls back no more.
+TEST_F(DirectoryServiceClientTest, ADeregisteredSubscriptionCallsBackNoMore) {
     auto& watcher = client();
-    std::atomic<int> calls{0};
-    const auto subscription = watcher.registerForCallbacks(
-        [&](const ServiceNotification&) {
-            ++calls;
-            std::this_thread::yield();  // lets a queue build up behind it
-        },
-        DirectoryServiceClient::OnlyNewChanges, boost::none, boost::none);
     auto& provider = client();
-    std::thread producing([&] {
-        for (int i = 0; i < 200; ++i) {
-            provider.registerServiceInstance(instance("service" + std::to_string(i)));
-        }
-    });
-    ASSERT_TRUE(eventually([&] { return calls.load() >= 5; }));
-
-    ASSERT_TRUE(watcher.deregisterFromCallbacks(subscription));
-    const int atEnd = calls.load();
-    producing.join();
-    provider.queryDirectoryForServiceUUIDs("*");  // one more round trip after the last change
-    EXPECT_EQ(atEnd, calls.load());
-}
-
-TEST_F(DirectoryServiceClientTest, ACallbackMayEndItsOwnSubscription) {
-    auto& watcher = client();
-    std::atomic<int> calls{0};
-    std::promise<void> ended;
-    boost::uuids::uuid subscription;
-    std::mutex subscriptionMutex;  // guards subscription until it is known
-    std::unique_lock<std::mutex> known(subscriptionMutex);
-    subscription = watcher.registerForCallbacks(
-        [&](const ServiceNotification&) {
-            if (++calls == 1) {
-                std::lock_guard<std::mutex> lock(subscriptionMutex);
-                watcher.deregisterFromCallbacks(subscription);
-                ended.set_value();
+    for (const bool fromCallback : {false, true}) {
+        SCOPED_TRACE(fromCallback ? "from its callback" : "from another thread");
+        std::atomic<int> calls{0};
+        boost::uuids::uuid subscription;
+        std::mutex subscriptionMutex;  // guards subscription until it is known
+        std::unique_lock<std::mutex> known(subscriptionMutex);
+        subscription = watcher.registerForCallbacks(
+            [&](const ServiceNotification&) {
+                if (++calls == 1 && fromCallback) {
+                    std::lock_guard<std::mutex> lock(subscriptionMutex);
+                    EXPECT_TRUE(watcher.deregisterFromCallbacks(subscription));
+                }
+                std::this_thread::yield();  // lets a queue build up behind it
+            },
+            DirectoryServiceClient::Retrospectively, boost::none, boost::none);
+        known.unlock();
+        std::thread producing([&] {
+            for (int i = 0; i < 200; ++i) {
+                provider.registerServiceInstance(instance("service" + std::to_string(i)));
             }
-        },
-        DirectoryServiceClient::Retrospectively, boost::none, boost::none);
-    known.unlock();
-    ASSERT_EQ(std::future_status::ready, ended.get_future().wait_for(20s));
-    client().registerServiceInstance(instance("later"));
-    EXPECT_EQ(1, calls.load());
+        });
+        EXPECT_TRUE(eventually([&] { return calls.load() >= 5 || (fromCallback && calls.load() >= 1); }));
+        EXPECT_TRUE(fromCallback || watcher.deregisterFromCallbacks(subscription));
+        const int atEnd = fromCallback ? 1 : calls.load();
+        producing.join();
+        provider.queryDirectoryForServiceUUIDs("*");  // one more round trip after the last change
+        EXPECT_EQ(atEnd, calls.load());
+    }
 }
 
 TEST_F(DirectoryServiceClientTest, AnUnreachableDirectoryIsAClearErrorWithinTheTimeout) {
