@@ -7,19 +7,17 @@
 namespace agent::control {
 namespace {
 
-TEST(AgentRecordTest, SerialisedRecordReadsBackUnchanged) {
+// A record reads back unchanged, and fields a later writer may add are ignored.
+TEST(AgentRecordTest, SerialisedRecordReadsBackUnchangedAndUnknownFieldsAreIgnored) {
     const AgentRecord written{AgentInfo("exchange \"one\" ü", "ipc:///tmp/x.sock", 4242, AgentMode::DesktopServices),
                               1700000000123456789};
     const auto read = AgentRecord::parse(written.serialise());
     EXPECT_EQ(read.info, written.info);
     EXPECT_EQ(read.registered, written.registered);
-}
-
-TEST(AgentRecordTest, UnknownFieldsAreIgnoredForLaterWriters) {
-    const auto read = AgentRecord::parse(
+    const auto later = AgentRecord::parse(
         R"({"formatVersion":1,"name":"n","exchange":"e","processID":7,"mode":"korvexdrive","registered":3,"extra":[1]})");
-    EXPECT_EQ(read.info, AgentInfo("n", "e", 7, AgentMode::KorvexDrive));
-    EXPECT_EQ(read.registered, 3);
+    EXPECT_EQ(later.info, AgentInfo("n", "e", 7, AgentMode::KorvexDrive));
+    EXPECT_EQ(later.registered, 3);
 }
 
 TEST(AgentRecordTest, MalformedRecordsAreRefusedWithTheirReason) {
@@ -85,14 +83,6 @@ TEST(AgentRecordTest, OnlyAgentJsonNamesAreRegistryFiles) {
                              "Agent-1.json", "notes.txt", ""}) {
         EXPECT_FALSE(AgentRecord::isRecordFileName(name)) << name;
     }
-}
-
-TEST(AgentModeTest, ModesReadBackFromTheirSpelling) {
-    for (auto mode : {AgentMode::KorvexDrive, AgentMode::DesktopServices}) {
-        EXPECT_TRUE(parseAgentMode(toString(mode)) == mode) << toString(mode);
-    }
-    EXPECT_FALSE(parseAgentMode("desktop"));
-    EXPECT_FALSE(parseAgentMode(""));
 }
 
 }  // namespace

@@ -59,65 +59,51 @@ protected:
     std::shared_ptr<foundation::log::capture_sink> log_ = std::make_shared<foundation::log::capture_sink>("agent::control");
 };
 
-TEST_F(AgentRegistryTest, RegistrationIsListedWhileItsObjectLives) {
-    const AgentInfo self("exchange-a", "ipc:///tmp/a.sock", ::getpid(), AgentMode::DesktopServices);
+TEST_F(AgentRegistryTest, RegistrationsAreListedWhileTheirObjectsLiveAndLeaveNothingBehind) {
+    const auto root = scratch_.path() / "nested" / "root";
+    const AgentInfo one("one", "ipc:///tmp/a.sock", ::getpid(), AgentMode::DesktopServices);
     std::filesystem::path file;
     {
-        AgentRegistration registration(scratch_.path() / "nested" / "root", self);
-        file = registration.path();
+        AgentRegistration first(root, one);
+        AgentRegistration second(root, AgentInfo("two", "inproc://two", ::getpid(), AgentMode::KorvexDrive));
+        file = first.path();
+        EXPECT_NE(file, second.path());
         EXPECT_TRUE(std::filesystem::is_regular_file(file));
-        EXPECT_EQ(enumerateAllRunningAgents(scratch_.path() / "nested" / "root", 0), std::vector<AgentInfo>{self});
+        auto listed = enumerateAllRunningAgents(root, 0);
+        std::sort(listed.begin(), listed.end(), [](const auto& a, const auto& b) { return a.getName() < b.getName(); });
+        EXPECT_EQ(listed.at(0), one);
+        EXPECT_EQ(names(listed), (std::vector<std::string>{"one", "two"}));
     }
     EXPECT_FALSE(std::filesystem::exists(file));
-    EXPECT_TRUE(enumerateAllRunningAgents(scratch_.path() / "nested" / "root", 0).empty());
-    // Only the entry itself was ever written: no temporary file is left behind.
-    EXPECT_TRUE(std::filesystem::is_empty(scratch_.path() / "nested" / "root"));
+    // Only the entries themselves were ever written: no temporary file is left behind.
+    EXPECT_TRUE(std::filesystem::is_empty(root));
 }
 
-TEST_F(AgentRegistryTest, TwoRegistrationsOfOneProcessAreBothListed) {
-    AgentRegistration first(scratch_.path(), AgentInfo("one", "inproc://one", ::getpid(), AgentMode::KorvexDrive));
-    AgentRegistration second(scratch_.path(), AgentInfo("two", "inproc://two", ::getpid(), AgentMode::KorvexDrive));
-    EXPECT_NE(first.path(), second.path());
-    auto listed = names(enumerateAllRunningAgents(scratch_.path(), 0));
-    std::sort(listed.begin(), listed.end());
-    EXPECT_EQ(listed, (std::vector<std::string>{"one", "two"}));
-}
-
-TEST_F(AgentRegistryTest, EntryOfADeadProcessIsNotListedAndIsRemoved) {
-    const pid_t dead = deadProcessID();
-    AgentRegistration live(scratch_.path(), AgentInfo("live", "inproc://live", ::getpid(), AgentMode::KorvexDrive));
-    std::filesystem::path deadFile;
-    {
-        AgentRegistration crashed(scratch_.path(), AgentInfo("crashed", "inproc://crashed", dead, AgentMode::KorvexDrive));
-        deadFile = crashed.path();
-        EXPECT_EQ(names(enumerateAllRunningAgents(scratch_.path(), 0)), std::vector<std::string>{"live"});
-        EXPECT_FALSE(std::filesystem::exists(deadFile));
-        // Its destructor finds the file gone, which is no failure.
-    }
-    EXPECT_FALSE(log_->contains("Cannot remove"));
-    EXPECT_TRUE(log_->contains("whose process " + std::to_string(dead) + " is gone"));
-}
-
-TEST_F(AgentRegistryTest, ProcessOfAnotherUserCountsAsAlive) {
-    // Process 1 always exists; a process not ours answers kill(pid, 0) with EPERM unless we
-    // are root, and either answer means it runs.
-    writeFile(scratch_.path() / "agent-init.json", record("init", 1, 5));
-    EXPECT_EQ(names(enumerateAllRunningAgents(scratch_.path(), 0)), std::vector<std::string>{"init"});
-}
-
-TEST_F(AgentRegistryTest, OldestRegistrationComesFirstThenFileName) {
+// Process 1 always exists; a process not ours answers kill(pid, 0) with EPERM unless we are
+// root, and either answer means it runs. An entry whose process is gone is removed.
+TEST_F(AgentRegistryTest, OldestRegistrationComesFirstThenFileNameAnotherUsersProcessCountsAndADeadOneGoes) {
     const auto self = ::getpid();
     writeFile(scratch_.path() / "agent-c.json", record("newest", self, 300));
     writeFile(scratch_.path() / "agent-b.json", record("tie-b", self, 200));
     writeFile(scratch_.path() / "agent-a.json", record("tie-a", self, 200));
     writeFile(scratch_.path() / "agent-z.json", record("oldest", self, 100));
+    writeFile(scratch_.path() / "agent-init.json", record("init", 1, 150));
+    const pid_t dead = deadProcessID();
+    writeFile(scratch_.path() / "agent-dead.json", record("dead", dead, 50));
     EXPECT_EQ(names(enumerateAllRunningAgents(scratch_.path(), 0)),
-              (std::vector<std::string>{"oldest", "tie-a", "tie-b", "newest"}));
+              (std::vector<std::string>{"oldest", "init", "tie-a", "tie-b", "newest"}));
+    EXPECT_FALSE(std::filesystem::exists(scratch_.path() / "agent-dead.json")) << "a dead process's entry stays";
+    EXPECT_TRUE(log_->contains("whose process " + std::to_string(dead) + " is gone"));
 }
 
-TEST_F(AgentRegistryTest, JunkInTheRootIsSkippedAndTheRestListed) {
+TEST_F(AgentRegistryTest, JunkInTheRootIsSkippedAndReportedAndAMissingRootListsNothingQuietly) {
     const auto self = ::getpid();
     const auto root = scratch_.path();
+    writeFile(root / "plain-file", "x");
+    for (const auto& nothing : {root, root / "absent", std::filesystem::path(), root / "plain-file"}) {
+        EXPECT_TRUE(enumerateAllRunningAgents(nothing, 3).empty()) << nothing;  // and quietly
+    }
+    EXPECT_TRUE(log_->records().empty());
     writeFile(root / "agent-good.json", record("good", self, 1));
     writeFile(root / "agent-corrupt.json", R"({"formatVersion":1,"name":)");
     writeFile(root / "agent-empty.json", "");
@@ -150,16 +136,7 @@ TEST_F(AgentRegistryTest, JunkInTheRootIsSkippedAndTheRestListed) {
     EXPECT_TRUE(std::filesystem::exists(root / "agent-corrupt.json"));
 }
 
-TEST_F(AgentRegistryTest, MissingOrEmptyRootListsNothingQuietly) {
-    EXPECT_TRUE(enumerateAllRunningAgents(scratch_.path(), 3).empty());
-    EXPECT_TRUE(enumerateAllRunningAgents(scratch_.path() / "absent", 3).empty());
-    EXPECT_TRUE(enumerateAllRunningAgents("", 3).empty());
-    writeFile(scratch_.path() / "plain-file", "x");
-    EXPECT_TRUE(enumerateAllRunningAgents(scratch_.path() / "plain-file", 3).empty());
-    EXPECT_TRUE(log_->records().empty());
-}
-
-TEST_F(AgentRegistryTest, RegistrationRefusesIncompleteInfo) {
+TEST_F(AgentRegistryTest, RegistrationRefusesIncompleteInfoAndARootItCannotCreate) {
     struct Row {
         AgentInfo info;
         const char* error;
@@ -179,9 +156,6 @@ TEST_F(AgentRegistryTest, RegistrationRefusesIncompleteInfo) {
         }
     }
     EXPECT_TRUE(std::filesystem::is_empty(scratch_.path()));
-}
-
-TEST_F(AgentRegistryTest, RegistrationUnderAFileFailsWithAClearError) {
     writeFile(scratch_.path() / "blocker", "x");
     try {
         AgentRegistration registration(scratch_.path() / "blocker" / "root",
@@ -189,8 +163,7 @@ TEST_F(AgentRegistryTest, RegistrationUnderAFileFailsWithAClearError) {
         ADD_FAILURE() << "registered under a file";
     } catch (const std::runtime_error& e) {
         EXPECT_EQ(std::string(e.what()).rfind("Cannot create the agent registry folder " +
-                                                  (scratch_.path() / "blocker" / "root").string() + ": ",
-                                              0),
+                                                  (scratch_.path() / "blocker" / "root").string() + ": ", 0),
                   0u)
             << e.what();
     }

@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-
 #include <stdexcept>
 
 namespace agent::utils {
@@ -21,52 +20,33 @@ using korvexconnector::serviceprocess::DesktopServicesRealm;
 using control::testing::ScopedEnvironment;
 using control::testing::ScratchFolder;
 
-TEST(FolderLocationsTest, LockRootOverrideWinsOverEverything) {
-    const ScopedEnvironment runtime("XDG_RUNTIME_DIR", "/run/user/1");
-    EXPECT_EQ(FolderLocations(std::u16string(u"/storage"), std::filesystem::path("/locks")).lockRoot(), "/locks");
-    EXPECT_EQ(ConnectorLocations(std::u16string(u"/storage"), std::filesystem::path("/locks"), "blue").lockRoot(),
-              "/locks");
-}
-
-TEST(FolderLocationsTest, UserStorageOverrideReplacesTheBaseAndKeepsTheModeSubPath) {
-    const ScopedEnvironment runtime("XDG_RUNTIME_DIR", "/run/user/1");
-    // Non-ASCII survives the conversion from UTF-16.
-    const std::u16string storage = u"/home/z\u00fc/st\U0001F600";
-    EXPECT_EQ(FolderLocations(storage).lockRoot(), "/home/z\u00fc/st\U0001F600/korvexdrive/agents");
-    EXPECT_EQ(ConnectorLocations(storage, boost::none, "blue").lockRoot(),
-              "/home/z\u00fc/st\U0001F600/desktopservices/blue/agents");
-}
-
-TEST(FolderLocationsTest, DefaultsFollowRuntimeThenHomeThenTemp) {
-    {
-        const ScopedEnvironment runtime("XDG_RUNTIME_DIR", "/run/user/1");
-        const ScopedEnvironment home("HOME", "/home/u");
-        EXPECT_EQ(FolderLocations().lockRoot(), "/run/user/1/korvexdrive/agents");
-        EXPECT_EQ(ConnectorLocations(boost::none, boost::none, "default").lockRoot(),
-                  "/run/user/1/desktopservices/default/agents");
+// Where each mode's registry lives: an explicit lock root wins, then a user storage override
+// (non-ASCII survives the conversion from UTF-16), then XDG_RUNTIME_DIR if absolute, then
+// HOME, then TMPDIR; nothing is created on the way.
+TEST(FolderLocationsTest, LockRootsFollowOverridesThenRuntimeThenHomeThenTemp) {
+    using Storage = boost::optional<std::u16string>;
+    using Locks = boost::optional<std::filesystem::path>;
+    struct Row { const char* runtime; const char* home; Storage storage; Locks locks; std::string drive, services; };
+    const std::string temp = "/var/tmp/user-" + std::to_string(::getuid());
+    const Row rows[] = {
+        {"/run/user/1", "/home/u", std::u16string(u"/s"), std::filesystem::path("/locks"), "/locks", "/locks"},
+        {"/run/user/1", "/home/u", std::u16string(u"/home/z\u00fc/st\U0001F600"), boost::none,
+         "/home/z\u00fc/st\U0001F600/korvexdrive/agents", "/home/z\u00fc/st\U0001F600/desktopservices/blue/agents"},
+        {"/run/user/1", "/home/u", boost::none, boost::none, "/run/user/1/korvexdrive/agents",
+         "/run/user/1/desktopservices/blue/agents"},
+        {"relative/run", "/home/u", boost::none, boost::none, "/home/u/.local/state/korvexdrive/agents",
+         "/home/u/.local/state/desktopservices/blue/agents"},
+        {nullptr, nullptr, boost::none, boost::none, temp + "/korvexdrive/agents", temp + "/desktopservices/blue/agents"},
+    };
+    const ScopedEnvironment tmp("TMPDIR", "/var/tmp");
+    for (const auto& row : rows) {
+        const ScopedEnvironment runtime("XDG_RUNTIME_DIR", row.runtime);
+        const ScopedEnvironment home("HOME", row.home);
+        EXPECT_EQ(FolderLocations(row.storage, row.locks).lockRoot(), row.drive);
+        EXPECT_EQ(ConnectorLocations(row.storage, row.locks, "blue").lockRoot(), row.services);
     }
-    {
-        // A relative runtime folder is not trusted, as the XDG rules say.
-        const ScopedEnvironment runtime("XDG_RUNTIME_DIR", "relative/run");
-        const ScopedEnvironment home("HOME", "/home/u");
-        EXPECT_EQ(FolderLocations().lockRoot(), "/home/u/.local/state/korvexdrive/agents");
-    }
-    {
-        const ScopedEnvironment runtime("XDG_RUNTIME_DIR", nullptr);
-        const ScopedEnvironment home("HOME", nullptr);
-        const ScopedEnvironment tmp("TMPDIR", "/var/tmp");
-        const std::filesystem::path base = "/var/tmp/user-" + std::to_string(::getuid());
-        EXPECT_EQ(FolderLocations().lockRoot(), base / "korvexdrive" / "agents");
-        EXPECT_EQ(ConnectorLocations(boost::none, boost::none, "r").lockRoot(), base / "desktopservices" / "r" / "agents");
-    }
-}
-
-TEST(FolderLocationsTest, LockRootCreatesNothing) {
     ScratchFolder scratch;
-    const auto storage = scratch.path().u16string();
-    EXPECT_EQ(FolderLocations(storage).lockRoot(), scratch.path() / "korvexdrive" / "agents");
-    EXPECT_EQ(ConnectorLocations(storage, boost::none, "x").lockRoot(),
-              scratch.path() / "desktopservices" / "x" / "agents");
+    EXPECT_EQ(FolderLocations(scratch.path().u16string()).lockRoot(), scratch.path() / "korvexdrive" / "agents");
     EXPECT_TRUE(std::filesystem::is_empty(scratch.path()));
 }
 
@@ -92,35 +72,22 @@ TEST(FolderLocationsTest, BadOverridesAndRealmNamesAreRefused) {
 }
 
 TEST(DesktopServicesRealmTest, NameComesFromTheEnvironmentWhenUsable) {
-    {
-        const ScopedEnvironment realm("DESKTOPSERVICES_REALM", nullptr);
-        EXPECT_EQ(DesktopServicesRealm::nameFromEnvironment(), "default");
-    }
-    {
-        const ScopedEnvironment realm("DESKTOPSERVICES_REALM", "blue");
-        EXPECT_EQ(DesktopServicesRealm::nameFromEnvironment(), "blue");
-    }
     foundation::log::removeSink(foundation::log::defaultStderrSink());
     auto log = std::make_shared<foundation::log::capture_sink>("agent::control");
     foundation::log::addSink(log);
-    for (const char* unusable : {"", "..", "a/b"}) {
-        const ScopedEnvironment realm("DESKTOPSERVICES_REALM", unusable);
-        EXPECT_EQ(DesktopServicesRealm::nameFromEnvironment(), "default") << unusable;
-        EXPECT_TRUE(log->contains(std::string("DESKTOPSERVICES_REALM \"") + unusable +
-                                  "\" is not a single folder name; using the realm \"default\""))
-            << unusable;
+    const std::pair<const char*, const char*> rows[] = {{nullptr, "default"}, {"blue", "blue"}, {"", "default"},
+                                                        {"..", "default"}, {"a/b", "default"}};
+    for (const auto& [value, name] : rows) {
+        const ScopedEnvironment realm("DESKTOPSERVICES_REALM", value);
+        EXPECT_EQ(DesktopServicesRealm::nameFromEnvironment(), name) << (value ? value : "unset");
+        if (value != nullptr && std::string(value) != name) {
+            EXPECT_TRUE(log->contains(std::string("DESKTOPSERVICES_REALM \"") + value +
+                                      "\" is not a single folder name; using the realm \"default\""))
+                << value;
+        }
     }
     foundation::log::removeSink(log);
     foundation::log::addSink(foundation::log::defaultStderrSink());
-}
-
-TEST(DesktopServicesRealmTest, InstanceIsOneObjectNamedOnFirstUse) {
-    auto& realm = DesktopServicesRealm::instance();
-    EXPECT_EQ(&realm, &DesktopServicesRealm::instance());
-    EXPECT_EQ(realm.name(), DesktopServicesRealm::nameFromEnvironment());
-    // The realm's name is what the connector's registry path is made of.
-    EXPECT_EQ(ConnectorLocations(std::u16string(u"/s"), boost::none, realm.name()).lockRoot(),
-              std::filesystem::path("/s/desktopservices") / realm.name() / "agents");
 }
 
 }  // namespace
