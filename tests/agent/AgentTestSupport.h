@@ -1,7 +1,8 @@
 #pragma once
 
-// Shared by the agent tests: bounded waits, containers on a running exchange, and a raw
-// nng peer that speaks the frame format directly (to misbehave on purpose).
+// Shared by the agent tests: bounded waits, containers on a running exchange, a folder for
+// ipc:// socket files, and a raw nng peer that speaks the frame format directly (to
+// misbehave on purpose).
 
 #include "support/ContainerSupport.h"
 
@@ -14,8 +15,11 @@
 #include <nng/protocol/reqrep0/rep.h>
 #include <nng/protocol/reqrep0/req.h>
 
+#include <stdlib.h>
+
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,6 +45,10 @@ inline core::transport::Message text(const std::string& s) {
     return core::transport::Message(std::string_view(s));
 }
 
+inline core::transport::Message echo(const core::transport::Message& request) {
+    return request;
+}
+
 // Polls `condition` until it holds or the deadline passes (for state without a signal).
 template <class Condition>
 bool eventually(Condition condition, Clock::time_point until = deadline()) {
@@ -52,6 +60,24 @@ bool eventually(Condition condition, Clock::time_point until = deadline()) {
     }
     return true;
 }
+
+// A short folder for ipc:// socket files (their paths are limited to 107 bytes).
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        char pattern[] = "/tmp/agent-XXXXXX";
+        path_ = ::mkdtemp(pattern);
+    }
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    std::string ipcUrl(const std::string& name) const { return "ipc://" + path_ + "/" + name; }
+    std::string path(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
 
 // A raw REQ socket speaking the exchange's frame format by hand.
 class RawPeer {

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <thread>
 
 using agent::core::container::ServiceContainer;
 using agent::core::serviceutils::Context;
@@ -23,7 +21,9 @@ TEST(ContextTest, EmptyContextIsInvalidAndCannotRunWork) {
     empty.getThreadPool().wait();  // nothing to wait for
 }
 
-TEST(ContextTest, CopiesShareOneFacadeAndWaitCoversWorkPostedThroughAnyCopy) {
+// Copies share one facade: its limit bounds the work of every copy, and a wait covers work
+// posted through any copy.
+TEST(ContextTest, CopiesShareOneLimitedFacadeAndOneWait) {
     auto container = std::make_shared<ServiceContainer>();
     container->setNewMaximumPoolSize(0);
     const auto instance = container->generateServiceInstance();
@@ -32,43 +32,26 @@ TEST(ContextTest, CopiesShareOneFacadeAndWaitCoversWorkPostedThroughAnyCopy) {
     EXPECT_EQ(context.getNodeID(), container->getNodeID());
     EXPECT_EQ(context.getServiceInstance(), instance);
     EXPECT_NE(context.generateUUID(), context.generateUUID());
-
-    std::atomic<int> done{0};
+    context.getThreadPool().setConcurrencyLimit(2);
+    std::atomic<int> running{0}, peak{0}, done{0};
+    testsupport::Barrier firstTwo(2);
     {
         Context copy = context;
+        EXPECT_EQ(&copy.getThreadPool(), &context.getThreadPool());
         for (int i = 0; i < 50; ++i) {
-            (i % 2 == 0 ? copy : context).getThreadPool().postWork([&] {
-                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            (i % 2 == 0 ? copy : context).getThreadPool().postWork([&, i] {
+                const int now = ++running;
+                for (int seen = peak.load(); now > seen && !peak.compare_exchange_weak(seen, now);) {
+                }
+                if (i < 2) {
+                    firstTwo.ArriveAndWait();  // both limit slots busy at once
+                }
+                --running;
                 ++done;
             });
         }
-        EXPECT_EQ(&copy.getThreadPool(), &context.getThreadPool());
     }
     context.getThreadPool().wait();
     EXPECT_EQ(done.load(), 50);
-}
-
-TEST(ContextTest, ConcurrencyLimitBoundsTheWorkRunningAtOnce) {
-    auto container = std::make_shared<ServiceContainer>();
-    container->setNewMaximumPoolSize(0);
-    Context context = container->createContext(container->generateServiceInstance());
-    context.getThreadPool().setConcurrencyLimit(2);
-    constexpr int kItems = 16;
-    std::atomic<int> running{0};
-    std::atomic<int> peak{0};
-    testsupport::Barrier firstTwo(2);
-    for (int i = 0; i < kItems; ++i) {
-        context.getThreadPool().postWork([&, i] {
-            const int now = ++running;
-            int seen = peak.load();
-            while (now > seen && !peak.compare_exchange_weak(seen, now)) {
-            }
-            if (i < 2) {
-                firstTwo.ArriveAndWait();  // both limit slots busy at once
-            }
-            --running;
-        });
-    }
-    context.getThreadPool().wait();
     EXPECT_EQ(peak.load(), 2);
 }

@@ -14,7 +14,6 @@
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -31,47 +30,18 @@ using agent::nanomsgtransport::FrameKind;
 
 namespace {
 
+// Entries of a /proc/self folder: "task" counts threads, "fd" open descriptors.
 std::size_t entriesOf(const char* folder) {
-    std::size_t count = 0;
-    if (DIR* dir = ::opendir(folder)) {
-        while (::readdir(dir) != nullptr) {
-            ++count;
-        }
-        ::closedir(dir);
-    }
-    return count;
-}
-
-std::size_t threadsAlive() {
-    return entriesOf("/proc/self/task");
-}
-
-std::size_t descriptorsOpen() {
-    return entriesOf("/proc/self/fd");
-}
-
-Message echo(const Message& request) {
-    return request;
+    const auto path = std::string("/proc/self/") + folder;
+    return std::distance(std::filesystem::directory_iterator(path), std::filesystem::directory_iterator());
 }
 
 enum class TeardownOrder { ContainersFirst, ExchangeFirst, ServerFirst };
 
 class ExchangeLifecycleTest : public ::testing::TestWithParam<std::string> {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/agent-lc-XXXXXX";
-        folder_ = ::mkdtemp(pattern);
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder_, ignored);
-    }
-
     std::string url(int cycle) const {
-        if (GetParam() == "ipc") {
-            return "ipc://" + folder_ + "/x" + std::to_string(cycle) + ".sock";
-        }
-        return inprocUrl();
+        return GetParam() == "ipc" ? folder_.ipcUrl("x" + std::to_string(cycle) + ".sock") : inprocUrl();
     }
 
     // One exchange with a serving and a calling container; requests answered, held by a
@@ -145,7 +115,7 @@ protected:
         }
     }
 
-    std::string folder_;
+    TemporaryFolder folder_;
 };
 
 }  // namespace
@@ -154,18 +124,18 @@ TEST_P(ExchangeLifecycleTest, SetUpAndTearDownManyTimesWithRequestsInFlightLeave
     // The first cycle starts nng's own threads; everything after it must come and go.
     cycle(0, TeardownOrder::ContainersFirst);
     ASSERT_FALSE(HasFatalFailure());
-    const auto threads = threadsAlive();
-    const auto descriptors = descriptorsOpen();
+    const auto threads = entriesOf("task");
+    const auto descriptors = entriesOf("fd");
 
     constexpr int kCycles = 24;
     for (int i = 1; i <= kCycles; ++i) {
         cycle(i, static_cast<TeardownOrder>(i % 3));
         ASSERT_FALSE(HasFatalFailure());
     }
-    EXPECT_TRUE(eventually([&] { return threadsAlive() <= threads; }))
-        << threadsAlive() << " threads alive, " << threads << " before";
-    EXPECT_TRUE(eventually([&] { return descriptorsOpen() <= descriptors; }))
-        << descriptorsOpen() << " descriptors open, " << descriptors << " before";
+    EXPECT_TRUE(eventually([&] { return entriesOf("task") <= threads; }))
+        << entriesOf("task") << " threads alive, " << threads << " before";
+    EXPECT_TRUE(eventually([&] { return entriesOf("fd") <= descriptors; }))
+        << entriesOf("fd") << " descriptors open, " << descriptors << " before";
 }
 
 // A container whose exchange stops reading blocks its senders on back-pressure; tearing
@@ -232,9 +202,8 @@ TEST_P(ExchangeLifecycleTest, DisconnectReleasesSendersBlockedOnBackPressure) {
 // The exchange has its peers hang up instead; each close must finish, without falling
 // back on closing connections that are still live.
 TEST(ExchangeShutdownTest, ClosingAnIpcExchangeWhileAPeerProcessHammersItNeverHangs) {
-    char pattern[] = "/tmp/agent-sd-XXXXXX";
-    const std::string folder = ::mkdtemp(pattern);
-    const auto url = "ipc://" + folder + "/hammered.sock";
+    TemporaryFolder folder;
+    const auto url = folder.ipcUrl("hammered.sock");
     auto capture = std::make_shared<foundation::log::capture_sink>("agent::nanomsgtransport::Exchange");
     foundation::log::addSink(capture);
 
@@ -264,8 +233,6 @@ TEST(ExchangeShutdownTest, ClosingAnIpcExchangeWhileAPeerProcessHammersItNeverHa
     hammer.reset();
     server.reset();
     foundation::log::removeSink(capture);
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, ExchangeLifecycleTest, ::testing::Values("inproc", "ipc"),

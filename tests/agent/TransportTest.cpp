@@ -1,7 +1,6 @@
 #include "AgentTestSupport.h"
 
 #include "agent/nanomsgtransport/Exchange.h"
-#include "support/Barrier.h"
 
 #include <gtest/gtest.h>
 
@@ -67,123 +66,63 @@ protected:
     Gate gate_;
 };
 
-Message echo(const Message& request) {
-    return request;
-}
-
 }  // namespace
 
-TEST_F(TransportTest, RequestReachesTheHandlerOfAnotherContainerAndTheReplyComesBack) {
-    const auto address = serve([](const Message& request) {
+// What a caller gets back: the handler's reply (made on the serving container's pool), or a
+// refusal that says why.
+TEST_F(TransportTest, EachRequestGetsItsHandlersReplyOrARefusalThatSaysWhy) {
+    std::atomic<bool> onPool{false};
+    const auto replying = serve([&](const Message& request) {
+        onPool = server_->isWorkerThread();
         Message reply(std::string_view("re: "));
         reply.append(request);
         return reply;
     });
-    auto future = call(address, "hello");
-    EXPECT_EQ(outcome(future), "re: hello");
-}
-
-TEST_F(TransportTest, HandlersRunOnTheServingContainersPool) {
-    std::atomic<bool> onPool{false};
-    const auto address = serve([&](const Message& request) {
-        onPool = server_->isWorkerThread();
-        return request;
-    });
-    auto future = call(address, "x");
-    EXPECT_EQ(outcome(future), "x");
+    const auto throwing = serve([](const Message&) -> Message { throw std::runtime_error("disk on fire"); });
+    const auto instance = randomId();
+    const auto rejected = serve(echo, instance);
+    server_->getTransport()->rejectRequestsFor(instance);
+    const auto unregistered = serve(echo);
+    ASSERT_EQ(outcome(call(unregistered, "hello")), "hello");
+    EXPECT_TRUE(server_->getTransport()->unregisterHandler(unregistered));
+    EXPECT_FALSE(server_->getTransport()->unregisterHandler(unregistered));
+    const Address nowhere(randomId());
+    const std::pair<Address, std::string> rows[] = {
+        {replying, "re: hello"},
+        {throwing, "error: disk on fire"},
+        {rejected, "error: Service instance " + boost::uuids::to_string(instance) + " no longer accepts requests"},
+        {nowhere, "error: No service is registered at address " + nowhere.toString()},
+        // The container refuses at once; once the exchange has the Unregister it refuses too.
+        {unregistered, "error: No service is registered at address " + unregistered.toString()},
+    };
+    for (const auto& [to, expected] : rows) {
+        std::string got;
+        EXPECT_TRUE(eventually([&] { return (got = outcome(call(to, "hello"))) == expected; }))
+            << expected << ", got " << got;
+    }
     EXPECT_TRUE(onPool.load());
 }
 
-TEST_F(TransportTest, RequestToAnUnknownAddressFailsAtOnce) {
-    const Address nowhere(randomId());
-    auto future = call(nowhere, "x");
-    EXPECT_EQ(outcome(future, deadline(2s)),
-              "error: No service is registered at address " + nowhere.toString());
-}
-
-TEST_F(TransportTest, HandlerExceptionComesBackWithItsText) {
-    const auto address = serve([](const Message&) -> Message { throw std::runtime_error("disk on fire"); });
-    auto future = call(address, "x");
-    EXPECT_EQ(outcome(future), "error: disk on fire");
-}
-
-TEST_F(TransportTest, RequestWithoutReplyTimesOutOnItsOwnWhileOneWithALongerTimeoutWaitsForItsReply) {
+// A held handler stalls neither other addresses nor another request's timeout; a request
+// with a longer timeout gets its reply once the handler goes on.
+TEST_F(TransportTest, HeldHandlerStallsNeitherOtherAddressesNorAnotherRequestsTimeout) {
     std::atomic<int> handled{0};
-    const auto address = serve([&](const Message& request) {
+    const auto held = serve([&](const Message& request) {
         gate_.wait();
         ++handled;
         return request;
     });
-    const auto sent = Clock::now();
-    auto shortWait = call(address, "short", 300ms);
-    auto longWait = call(address, "long", std::chrono::milliseconds(20s));
-    ASSERT_EQ(shortWait.wait_until(deadline()), std::future_status::ready);
-    // How close to its deadline it came is the benchmark's business: recorded, not asserted.
-    RecordProperty("timeoutLateMs",
-                   std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - sent - 300ms)
-                                      .count()));
+    const auto fast = serve(echo);
+    auto shortWait = call(held, "short", 300ms);
+    auto longWait = call(held, "long", std::chrono::milliseconds(20s));
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(outcome(call(fast, std::to_string(i))), std::to_string(i));
+    }
     EXPECT_EQ(outcome(shortWait), "error: Request timed out");
     EXPECT_EQ(handled.load(), 0) << "the timeout came while both handlers were held";
     EXPECT_EQ(longWait.wait_until(Clock::now()), std::future_status::timeout) << "only its own timeout fired";
     gate_.open();
     EXPECT_EQ(outcome(longWait), "long");
-}
-
-TEST_F(TransportTest, UnregisteredAddressIsForgottenByTheExchange) {
-    const auto address = serve(echo);
-    auto first = call(address, "one");
-    ASSERT_EQ(outcome(first), "one");
-    EXPECT_TRUE(server_->getTransport()->unregisterHandler(address));
-    EXPECT_FALSE(server_->getTransport()->unregisterHandler(address));
-    // The container refuses at once; once the exchange has the Unregister it refuses too.
-    ASSERT_TRUE(eventually([&] {
-        auto future = call(address, "two");
-        return outcome(future) == "error: No service is registered at address " + address.toString();
-    }));
-}
-
-TEST_F(TransportTest, RejectedServiceInstanceGetsFailureRepliesWhileOthersAreServed) {
-    const auto instance = randomId();
-    const auto rejected = serve(echo, instance);
-    const auto other = serve(echo, randomId());
-    server_->getTransport()->rejectRequestsFor(instance);
-    auto refused = call(rejected, "x");
-    auto served = call(other, "y");
-    EXPECT_EQ(outcome(refused), "error: Service instance " + boost::uuids::to_string(instance) +
-                                    " no longer accepts requests");
-    EXPECT_EQ(outcome(served), "y");
-}
-
-TEST_F(TransportTest, SlowHandlerDoesNotStallOtherAddresses) {
-    const auto slow = serve([&](const Message& request) {
-        gate_.wait();
-        return request;
-    });
-    const auto fast = serve(echo);
-    auto blocked = call(slow, "slow");
-    for (int i = 0; i < 20; ++i) {
-        auto future = call(fast, std::to_string(i));
-        ASSERT_EQ(outcome(future), std::to_string(i));
-    }
-    EXPECT_EQ(blocked.wait_until(Clock::now()), std::future_status::timeout);
-    gate_.open();
-    EXPECT_EQ(outcome(blocked), "slow");
-}
-
-TEST_F(TransportTest, ServingContainerGoneFailsPendingRequestsAtOnce) {
-    std::atomic<bool> handlerStarted{false};
-    const auto address = serve([&](const Message& request) {
-        handlerStarted = true;
-        gate_.wait();
-        return request;
-    });
-    auto future = call(address, "x", std::chrono::milliseconds(20s));
-    // Wait until the handler itself runs (a request still queued would be refused by the
-    // disconnecting container instead), then drop the server's connection.
-    ASSERT_TRUE(eventually([&] { return handlerStarted.load(); }));
-    server_->forceDisconnectTransport();
-    EXPECT_EQ(outcome(future, deadline(1s)),
-              "error: The service at address " + address.toString() + " went away before replying");
 }
 
 TEST_F(TransportTest, OrderlyDisconnectFailsOutstandingRequestsAndWaitsForHandlers) {
@@ -231,53 +170,22 @@ TEST_F(TransportTest, ForcedDisconnectDoesNotWaitForHandlersAndTheContainerCanCo
     EXPECT_EQ(outcome(again), "again");
 }
 
-TEST_F(TransportTest, HandlerRegisteredBeforeConnectingIsRegisteredByConnect) {
-    auto late = std::make_shared<agent::core::container::ServiceContainer>();
-    late->setNewMaximumPoolSize(4);
-    late->createTransport(agent::nanomsgtransport::getTransport(*late, 5000ms, 5000ms));
+TEST_F(TransportTest, ConnectRegistersEarlierHandlersAndAFailedOneNamesTheEndpointAndTheCause) {
+    std::shared_ptr<agent::core::container::ServiceContainer> containers[2];
+    for (auto& container : containers) {
+        container = std::make_shared<agent::core::container::ServiceContainer>();
+        container->createTransport(agent::nanomsgtransport::getTransport(*container, 5000ms, 5000ms));
+    }
     const Address address(randomId());
-    late->getTransport()->registerHandler(address, echo);
-    late->connectTransport(url_);
-    auto future = call(address, "early");
-    EXPECT_EQ(outcome(future), "early");
-}
-
-TEST_F(TransportTest, ConnectingToNoExchangeNamesTheEndpointAndTheCause) {
-    auto lonely = std::make_shared<agent::core::container::ServiceContainer>();
-    lonely->createTransport(agent::nanomsgtransport::getTransport(*lonely, 5000ms, 5000ms));
+    containers[0]->getTransport()->registerHandler(address, echo);
+    containers[0]->connectTransport(url_);
+    EXPECT_EQ(outcome(call(address, "early")), "early");
     try {
-        lonely->connectTransport("inproc://nobody-listens-here");
-        FAIL() << "connected to nothing";
+        containers[1]->connectTransport("inproc://nobody-listens-here");
+        ADD_FAILURE() << "connected to nothing";
     } catch (const std::runtime_error& e) {
-        EXPECT_EQ(std::string(e.what()), "Cannot connect to the exchange at inproc://nobody-listens-here: Connection refused");
+        EXPECT_STREQ(e.what(), "Cannot connect to the exchange at inproc://nobody-listens-here: Connection refused");
     }
-    auto future = lonely->getTransport()->sendRequest(Address(randomId()), text("x"));
-    EXPECT_EQ(outcome(future, deadline(1s)), "error: Not connected to an exchange");
-}
-
-TEST_F(TransportTest, ManyThreadsReleasedAtOnceAllGetTheirOwnReplies) {
-    const auto address = serve(echo);
-    constexpr int kThreads = 8;
-    constexpr int kPerThread = 250;
-    testsupport::Barrier start(kThreads);
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            start.ArriveAndWait();
-            std::vector<ReplyFuture> futures;
-            for (int i = 0; i < kPerThread; ++i) {
-                futures.push_back(call(address, std::to_string(t) + ":" + std::to_string(i)));
-            }
-            for (int i = 0; i < kPerThread; ++i) {
-                if (outcome(futures[i]) != std::to_string(t) + ":" + std::to_string(i)) {
-                    ++wrong;
-                }
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(outcome(containers[1]->getTransport()->sendRequest(Address(randomId()), text("x"))),
+              "error: Not connected to an exchange");
 }

@@ -1,0 +1,65 @@
+// Many requests at once between two containers through an exchange on every transport.
+
+#include "AgentTestSupport.h"
+
+#include "agent/nanomsgtransport/Exchange.h"
+#include "support/Barrier.h"
+
+#include <gtest/gtest.h>
+
+using namespace agent::testing;
+using agent::core::transport::Address;
+using agent::core::transport::ReplyFuture;
+
+namespace {
+
+class TransportLoadTest : public ::testing::TestWithParam<std::string> {
+protected:
+    std::string requested() const {
+        return GetParam() == "inproc" ? inprocUrl() : GetParam() == "ipc" ? folder_.ipcUrl("x.sock") : "tcp://127.0.0.1:0";
+    }
+
+    TemporaryFolder folder_;
+    agent::nanomsgtransport::Exchange exchange_;
+    const std::string url_ = exchange_.listen(requested());
+    std::shared_ptr<agent::core::container::ServiceContainer> server_ = makeContainer(url_);
+    std::shared_ptr<agent::core::container::ServiceContainer> client_ = makeContainer(url_, 20000ms);
+};
+
+}  // namespace
+
+TEST_P(TransportLoadTest, TenThousandConcurrentRequestsFromEightThreadsAllGetTheirOwnReplies) {
+    const Address address(randomId());
+    server_->getTransport()->registerHandler(address, echo);
+    constexpr int kThreads = 8;
+    constexpr int kPerThread = 1250;
+    testsupport::Barrier start(kThreads);
+    std::atomic<int> right{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            start.ArriveAndWait();
+            std::vector<ReplyFuture> futures;
+            futures.reserve(kPerThread);
+            for (int i = 0; i < kPerThread; ++i) {
+                futures.push_back(client_->getTransport()->sendRequest(
+                    address, text(std::to_string(t) + "/" + std::to_string(i))));
+            }
+            for (int i = 0; i < kPerThread; ++i) {
+                const auto result = outcome(futures[i], deadline(30s));
+                if (result != std::to_string(t) + "/" + std::to_string(i)) {
+                    ADD_FAILURE() << "request " << t << "/" << i << ": " << result;
+                    return;
+                }
+                ++right;
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(right.load(), kThreads * kPerThread);
+}
+
+INSTANTIATE_TEST_SUITE_P(Transports, TransportLoadTest, ::testing::Values("inproc", "ipc", "tcp"),
+                         [](const auto& info) { return info.param; });
