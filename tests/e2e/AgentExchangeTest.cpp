@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include <string.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -15,53 +16,52 @@ namespace {
 
 using agent::directory::DirectoryServiceClient;
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 const auto kDirectoryInstance =
     agent::core::transport::getWellKnowAddressFor(agent::core::transport::WellKnownAddressName::Directory).getUUID();
 
-std::vector<std::filesystem::path> registryFiles(const std::string& root, pid_t pid) {
-    std::vector<std::filesystem::path> files;
+std::size_t registryFiles(const std::string& root, pid_t pid) {
+    std::size_t files = 0;
     std::error_code ignored;
     for (const auto& entry : std::filesystem::directory_iterator(root, ignored)) {
-        if (entry.path().filename().string().rfind("agent-" + std::to_string(pid) + "-", 0) == 0) {
-            files.push_back(entry.path());
-        }
+        files += entry.path().filename().string().rfind("agent-" + std::to_string(pid) + "-", 0) == 0;
     }
     return files;
 }
 
 class AgentExchangeTest : public ProcessFixture {};
 
-TEST_F(AgentExchangeTest, ExchangeThatCannotStartSaysWhyAndExitsOneLeavingNoRegistryEntry) {
+// Each program that cannot start says why on stderr and exits 1; no registry entry is left.
+TEST_F(AgentExchangeTest, ProgramsThatCannotStartSayWhyAndExitOneLeavingNoRegistryEntry) {
     std::ofstream(folder_ + "/occupied") << "a file where the registry folder would go";
-    const std::vector<std::vector<std::string>> cases{
-        {"--name", "a", "--endpoint", "ipc://" + folder_ + "/missing/folder.sock", "--registry", registry()},
-        {"--name", "a", "--endpoint", endpoint(), "--registry", folder_ + "/occupied"},
+    const std::string missing = "ipc://" + folder_ + "/missing/folder.sock";
+    const std::tuple<std::string, std::vector<std::string>, std::string> rows[] = {
+        {AGENT_EXCHANGE_PATH, {"--name", "a", "--endpoint", missing, "--registry", registry()},
+         "agent-exchange: Cannot listen on " + missing},
+        {AGENT_EXCHANGE_PATH, {"--name", "a", "--endpoint", endpoint(), "--registry", folder_ + "/occupied"},
+         "agent-exchange: Cannot create the agent registry folder " + folder_ + "/occupied"},
+        {LEGACY_AGENT_PATH, {"--exchange", endpoint("nobody")}, endpoint("nobody")},
     };
-    const std::vector<std::string> expected{
-        "agent-exchange: Cannot listen on ipc://" + folder_ + "/missing/folder.sock",
-        "agent-exchange: Cannot create the agent registry folder " + folder_ + "/occupied",
-    };
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        const auto [status, out, err] = runToEnd(AGENT_EXCHANGE_PATH, cases[i]);
-        EXPECT_EQ(ChildProcess::describe(status), "exit status 1") << expected[i];
+    for (const auto& [program, arguments, says] : rows) {
+        const auto [status, out, err] = runToEnd(program, arguments);
+        EXPECT_EQ(ChildProcess::describe(status), "exit status 1") << says;
         EXPECT_EQ(out, "");
-        EXPECT_THAT(err, HasSubstr(expected[i]));
+        EXPECT_THAT(err, HasSubstr(std::filesystem::path(program).filename().string() + ": "));
+        EXPECT_THAT(err, HasSubstr(says));
     }
     EXPECT_TRUE(agent::control::enumerateAllRunningAgents(registry(), 0).empty());
 }
 
-TEST_F(AgentExchangeTest, RegistryListsTheRunningExchangeAndSkipsOneThatWasKilled) {
-    const auto url = startExchange("e2e-live", endpoint("live"), {"--mode", "desktopservices"});
-    const auto doomedUrl = startExchange("e2e-doomed", endpoint("doomed"));
+// The registry lists the running exchange under its resolved url (tcp port 0), where containers
+// reach it, and skips one that was killed, whose file stays until an enumeration finds it dead.
+TEST_F(AgentExchangeTest, RegistryListsTheRunningExchangeAtItsResolvedUrlAndSkipsOneThatWasKilled) {
+    const auto url = startExchange("e2e-live", "tcp://127.0.0.1:0", {"--mode", "desktopservices"});
+    EXPECT_THAT(url, ::testing::MatchesRegex("tcp://127\\.0\\.0\\.1:[1-9][0-9]*"));
+    startExchange("e2e-doomed", endpoint("doomed"));
     const pid_t doomed = exchange(1).pid();
-    ASSERT_EQ(registryFiles(registry(), doomed).size(), 1u);
-
     exchange(1).signal(SIGKILL);
     ASSERT_TRUE(exchange(1).waitForExit(deadline()));
-    // It had no chance to clean up: its file stays until an enumeration finds it dead.
-    EXPECT_EQ(registryFiles(registry(), doomed).size(), 1u);
+    EXPECT_EQ(registryFiles(registry(), doomed), 1u);
 
     const auto agents = agent::control::enumerateAllRunningAgents(registry(), 2);
     ASSERT_EQ(agents.size(), 1u);
@@ -69,47 +69,27 @@ TEST_F(AgentExchangeTest, RegistryListsTheRunningExchangeAndSkipsOneThatWasKille
     EXPECT_EQ(agents[0].getExchange(), url);
     EXPECT_EQ(agents[0].getProcessID(), exchange(0).pid());
     EXPECT_EQ(agents[0].getMode(), agent::control::AgentMode::DesktopServices);
-    EXPECT_NE(url, doomedUrl);
-}
-
-TEST_F(AgentExchangeTest, TcpPortZeroIsResolvedInTheOutputAndTheRegistry) {
-    const auto url = startExchange("e2e-tcp", "tcp://127.0.0.1:0");
-    EXPECT_THAT(url, StartsWith("tcp://127.0.0.1:"));
-    EXPECT_NE(url, "tcp://127.0.0.1:0");
-    const auto agents = agent::control::enumerateAllRunningAgents(registry(), 2);
-    ASSERT_EQ(agents.size(), 1u);
-    EXPECT_EQ(agents[0].getExchange(), url);
-    // And containers reach it there.
     EXPECT_EQ(client(url).queryDirectoryForServiceUUIDs("*"), std::vector<boost::uuids::uuid>{kDirectoryInstance});
 }
 
-TEST_F(AgentExchangeTest, TerminatedExchangeTellsSubscribersTheDirectoryStoppedThenLeavesTheRegistryAndExitsZero) {
-    const auto url = startExchange("e2e", endpoint());
-    auto& log = subscribe(url, DirectoryServiceClient::OnlyNewChanges);
-    const pid_t pid = exchange().pid();
-    ASSERT_EQ(registryFiles(registry(), pid).size(), 1u);
-
-    exchange().signal(SIGTERM);
-    const auto stopped = log.waitFor(false, "directory", deadline());
-    ASSERT_TRUE(stopped) << ::testing::PrintToString(log.summary());
-    EXPECT_EQ(stopped->instance, kDirectoryInstance);
-    const auto status = exchange().waitForExit(deadline());
-    ASSERT_TRUE(status);
-    EXPECT_EQ(ChildProcess::describe(*status), "exit status 0");
-    EXPECT_TRUE(registryFiles(registry(), pid).empty());
+// SIGTERM or SIGINT: subscribers hear the directory stop, the entry goes, the exit status is 0.
+TEST_F(AgentExchangeTest, SignalledExchangeTellsSubscribersTheDirectoryStoppedThenLeavesTheRegistryAndExitsZero) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        const auto url = startExchange("e2e", endpoint(std::to_string(signal)));
+        auto& log = subscribe(url, DirectoryServiceClient::OnlyNewChanges);
+        const pid_t pid = exchange(signal == SIGTERM ? 0 : 1).pid();
+        ASSERT_EQ(registryFiles(registry(), pid), 1u);
+        exchange(signal == SIGTERM ? 0 : 1).signal(signal);
+        const auto entries = log.waitFor(0, "stopped directory");
+        ASSERT_FALSE(entries.empty()) << ::strsignal(signal);
+        EXPECT_EQ(entries.back().instance, kDirectoryInstance);
+        const auto status = exchange(signal == SIGTERM ? 0 : 1).waitForExit(deadline());
+        ASSERT_TRUE(status);
+        EXPECT_EQ(ChildProcess::describe(*status), "exit status 0");
+        EXPECT_EQ(registryFiles(registry(), pid), 0u);
+        endClient();
+    }
     EXPECT_TRUE(agent::control::enumerateAllRunningAgents(registry(), 0).empty());
-}
-
-TEST_F(AgentExchangeTest, InterruptedExchangeStopsAsCleanlyAsATerminatedOne) {
-    const auto url = startExchange("e2e", endpoint());
-    auto& log = subscribe(url, DirectoryServiceClient::OnlyNewChanges);
-    const pid_t pid = exchange().pid();
-    exchange().signal(SIGINT);
-    EXPECT_TRUE(log.waitFor(false, "directory", deadline()));
-    const auto status = exchange().waitForExit(deadline());
-    ASSERT_TRUE(status);
-    EXPECT_EQ(ChildProcess::describe(*status), "exit status 0");
-    EXPECT_TRUE(registryFiles(registry(), pid).empty());
 }
 
 }  // namespace

@@ -19,10 +19,8 @@ namespace e2e {
 namespace {
 
 void closeFd(int& fd) {
-    if (fd >= 0) {
-        ::close(fd);
-        fd = -1;
-    }
+    if (fd >= 0) ::close(fd);
+    fd = -1;
 }
 
 }  // namespace
@@ -41,18 +39,13 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     posix_spawn_file_actions_init(&actions);
     // dup2 clears close-on-exec on the copy, so only the child's own stdout/stderr survive exec.
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    if (stderrMode == Stderr::Capture) {
-        posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-    }
+    if (stderrMode == Stderr::Capture) posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    sigset_t none;
+    sigset_t none, defaults;
     sigemptyset(&none);
-    sigset_t defaults;
     sigemptyset(&defaults);
-    for (int number : {SIGINT, SIGTERM, SIGPIPE, SIGCHLD}) {
-        sigaddset(&defaults, number);
-    }
+    for (int number : {SIGINT, SIGTERM, SIGPIPE, SIGCHLD}) sigaddset(&defaults, number);
     posix_spawnattr_setsigmask(&attributes, &none);
     posix_spawnattr_setsigdefault(&attributes, &defaults);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
@@ -60,9 +53,7 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     std::vector<std::string> all{program};
     all.insert(all.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
-    for (auto& argument : all) {
-        argv.push_back(argument.data());
-    }
+    for (auto& argument : all) argv.push_back(argument.data());
     argv.push_back(nullptr);
     const int rv = ::posix_spawn(&pid_, program.c_str(), &actions, &attributes, argv.data(), environ);
     posix_spawnattr_destroy(&attributes);
@@ -93,17 +84,11 @@ template <class Enough>
 bool ChildProcess::fill(int& fd, std::string& buffer, Clock::time_point deadline, Enough enough) {
     while (fd >= 0 && !enough()) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        if (left <= 0) {
-            return false;
-        }
+        if (left <= 0) return false;
         pollfd readable{fd, POLLIN, 0};
         const int ready = ::poll(&readable, 1, static_cast<int>(left));
-        if (ready < 0 && errno != EINTR) {
-            closeFd(fd);
-        }
-        if (ready <= 0) {
-            continue;
-        }
+        if (ready < 0 && errno != EINTR) closeFd(fd);
+        if (ready <= 0) continue;
         char chunk[4096];
         const ssize_t got = ::read(fd, chunk, sizeof chunk);
         if (got > 0) {
@@ -123,10 +108,7 @@ std::optional<std::string> ChildProcess::readLine(Clock::time_point deadline) {
         stdoutBuffer_.erase(0, newline + 1);
         return line;
     }
-    if (stdout_ < 0 && !stdoutBuffer_.empty()) {
-        return std::exchange(stdoutBuffer_, {});
-    }
-    return std::nullopt;
+    return stdout_ < 0 && !stdoutBuffer_.empty() ? std::optional(std::exchange(stdoutBuffer_, {})) : std::nullopt;
 }
 
 std::string ChildProcess::readRemainingStdout(Clock::time_point deadline) {
@@ -140,9 +122,7 @@ std::string ChildProcess::readRemainingStderr(Clock::time_point deadline) {
 }
 
 void ChildProcess::signal(int number) {
-    if (pid_ > 0 && !status_) {
-        ::kill(pid_, number);
-    }
+    if (pid_ > 0 && !status_) ::kill(pid_, number);
 }
 
 std::optional<int> ChildProcess::waitForExit(Clock::time_point deadline) {
@@ -164,13 +144,9 @@ std::optional<int> ChildProcess::waitForExit(Clock::time_point deadline) {
 }
 
 std::string ChildProcess::describe(int status) {
-    if (WIFEXITED(status)) {
-        return "exit status " + std::to_string(WEXITSTATUS(status));
-    }
-    if (WIFSIGNALED(status)) {
-        return "killed by signal " + std::to_string(WTERMSIG(status));
-    }
-    return "wait status " + std::to_string(status);
+    return WIFEXITED(status)     ? "exit status " + std::to_string(WEXITSTATUS(status))
+           : WIFSIGNALED(status) ? "killed by signal " + std::to_string(WTERMSIG(status))
+                                 : "wait status " + std::to_string(status);
 }
 
 }  // namespace e2e

@@ -1,102 +1,67 @@
 #pragma once
 
-#include "agent/core/transport/Address.h"
 #include "agent/directory/DirectoryServiceClient.h"
 
 #include <boost/uuid/uuid.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace e2e {
 
-// Records what one directory subscription is told, with the moment each notification
-// arrived, and lets the test wait for a condition on the record with a deadline.
-// Thread-safe: the callback runs on the client's pool while the test thread waits.
-// Must outlive the subscription (end it, or the client, first).
+// Records what one directory subscription is told, with the moment each notification arrived,
+// and lets the test wait for the record with a deadline. Thread-safe: the callback runs on the
+// client's pool while the test thread waits. Must outlive the subscription (end it, or the
+// client, first).
 class NotificationLog {
 public:
     using Clock = std::chrono::steady_clock;
-
     struct Entry {
-        bool started = false;
-        std::string name;
+        std::string line;  // "started Clock", "stopped directory", ...
         boost::uuids::uuid instance{};
         Clock::time_point at;
     };
 
     agent::directory::DirectoryCallback callback() {
         return [this](const agent::directoryinterfaces::ServiceNotification& notification) {
-            Entry entry;
-            entry.at = Clock::now();
-            using agent::directoryinterfaces::ServiceStartedNotification;
+            using namespace agent::directoryinterfaces;
+            Entry entry{"", {}, Clock::now()};
             if (const auto* started = boost::get<ServiceStartedNotification>(&notification)) {
-                entry.started = true;
-                entry.name = started->serviceName;
-                entry.instance = started->serviceInstance;
+                entry = {"started " + started->serviceName, started->serviceInstance, entry.at};
             } else {
-                const auto& stopped = boost::get<agent::directoryinterfaces::ServiceStoppedNotification>(notification);
-                entry.name = stopped.serviceName;
-                entry.instance = stopped.serviceInstance;
+                const auto& stopped = boost::get<ServiceStoppedNotification>(notification);
+                entry = {"stopped " + stopped.serviceName, stopped.serviceInstance, entry.at};
             }
-            {
-                std::lock_guard<std::mutex> lock(entriesMutex_);
-                entries_.push_back(std::move(entry));
-            }
+            std::lock_guard<std::mutex> lock(entriesMutex_);
+            entries_.push_back(std::move(entry));
             changed_.notify_all();
         };
     }
 
-    // Waits until `condition(entries)` holds; returns whether it did by the deadline.
-    template <class Condition>
-    bool waitUntil(Condition condition, Clock::time_point deadline) {
+    // Waits until there are `count` entries or, given `line`, one that reads it; returns the
+    // entries there are then (fewer, or without the line, when the deadline passed first).
+    std::vector<Entry> waitFor(std::size_t count, const std::string& line = "",
+                               Clock::time_point deadline = Clock::now() + std::chrono::seconds(20)) {
         std::unique_lock<std::mutex> lock(entriesMutex_);
-        return changed_.wait_until(lock, deadline, [&] { return condition(entries_); });
-    }
-
-    // Waits for `count` entries; returns them all (fewer if the deadline passed first).
-    std::vector<Entry> waitForCount(std::size_t count, Clock::time_point deadline) {
-        waitUntil([count](const std::vector<Entry>& entries) { return entries.size() >= count; }, deadline);
-        return entries();
-    }
-
-    // The entry telling that `name` started (or stopped), once there, or none by the deadline.
-    std::optional<Entry> waitFor(bool started, const std::string& name, Clock::time_point deadline) {
-        std::optional<Entry> found;
-        waitUntil(
-            [&](const std::vector<Entry>& entries) {
-                for (const auto& entry : entries) {
-                    if (entry.started == started && entry.name == name) {
-                        found = entry;
-                        return true;
-                    }
-                }
-                return false;
-            },
-            deadline);
-        return found;
-    }
-
-    std::vector<Entry> entries() const {
-        std::lock_guard<std::mutex> lock(entriesMutex_);
+        changed_.wait_until(lock, deadline, [&] {
+            return line.empty() ? entries_.size() >= count
+                                : std::any_of(entries_.begin(), entries_.end(), [&](const Entry& e) { return e.line == line; });
+        });
         return entries_;
     }
 
-    // "started Clock", "stopped directory", ... in arrival order.
-    std::vector<std::string> summary() const {
+    static std::vector<std::string> lines(const std::vector<Entry>& entries) {
         std::vector<std::string> lines;
-        for (const auto& entry : entries()) {
-            lines.push_back((entry.started ? "started " : "stopped ") + entry.name);
-        }
+        for (const auto& entry : entries) lines.push_back(entry.line);
         return lines;
     }
 
 private:
-    mutable std::mutex entriesMutex_;
+    std::mutex entriesMutex_;  // guards entries_
     std::vector<Entry> entries_;
     std::condition_variable changed_;
 };

@@ -3,6 +3,8 @@
 #include "ChildProcess.h"
 #include "NotificationLog.h"
 
+#include "support/ContainerSupport.h"
+
 #include "agent/core/container/ServiceContainer.h"
 #include "agent/core/transport/ReplyFuture.h"
 #include "agent/directory/DirectoryServiceClient.h"
@@ -23,25 +25,10 @@
 
 namespace e2e {
 
-using Clock = std::chrono::steady_clock;
+using testsupport::Clock;
+using testsupport::deadline;
+using testsupport::outcome;
 using namespace std::chrono_literals;
-
-// Generous: a deadline only exists so that a fault fails the test instead of hanging it.
-inline Clock::time_point deadline(std::chrono::milliseconds in = 20s) {
-    return Clock::now() + in;
-}
-
-// The outcome of a call: the reply's bytes, "error: <what>", or "no answer".
-inline std::string outcome(agent::core::transport::ReplyFuture future, Clock::time_point until = deadline()) {
-    if (future.wait_until(until) != std::future_status::ready) {
-        return "no answer";
-    }
-    try {
-        return std::string(future.get().asStringView());
-    } catch (const std::exception& e) {
-        return std::string("error: ") + e.what();
-    }
-}
 
 // Runs a program to its end and returns {wait status, stdout, stderr}.
 inline std::tuple<int, std::string, std::string> runToEnd(const std::string& program,
@@ -63,9 +50,7 @@ class ProcessFixture : public ::testing::Test {
 protected:
     void SetUp() override {
         char pattern[] = "/tmp/lsp-e2e-XXXXXX";
-        if (::mkdtemp(pattern) == nullptr) {
-            throw std::runtime_error("mkdtemp failed");
-        }
+        ASSERT_NE(nullptr, ::mkdtemp(pattern));
         folder_ = pattern;
     }
 
@@ -97,36 +82,22 @@ protected:
     // "listening <url>" in time.
     std::string startExchange(const std::string& name, const std::string& requested,
                               std::vector<std::string> extra = {}) {
-        std::vector<std::string> arguments{"--name", name, "--endpoint", requested, "--registry", registry()};
-        arguments.insert(arguments.end(), extra.begin(), extra.end());
-        exchanges_.push_back(std::make_unique<ChildProcess>(AGENT_EXCHANGE_PATH, arguments));
-        const auto line = exchanges_.back()->readLine(deadline());
-        if (!line || line->rfind("listening ", 0) != 0) {
-            throw std::runtime_error("agent-exchange said '" + line.value_or("<nothing>") + "'");
-        }
-        return line->substr(10);
+        extra.insert(extra.begin(), {"--name", name, "--endpoint", requested, "--registry", registry()});
+        return start(exchanges_, AGENT_EXCHANGE_PATH, extra, "listening ").substr(10);
     }
     ChildProcess& exchange(std::size_t index = 0) { return *exchanges_.at(index); }
 
     // Starts legacy-agent and waits for "ready" (its services are in the directory).
     ChildProcess& startLegacyAgent(const std::string& url, std::vector<std::string> extra = {}) {
-        std::vector<std::string> arguments{"--exchange", url};
-        arguments.insert(arguments.end(), extra.begin(), extra.end());
-        agents_.push_back(std::make_unique<ChildProcess>(LEGACY_AGENT_PATH, arguments));
-        const auto line = agents_.back()->readLine(deadline());
-        if (line != "ready") {
-            throw std::runtime_error("legacy-agent said '" + line.value_or("<nothing>") + "'");
-        }
+        extra.insert(extra.begin(), {"--exchange", url});
+        start(agents_, LEGACY_AGENT_PATH, extra, "ready");
         return *agents_.back();
     }
 
     // A directory client of the test process on the exchange at `url` (made on first use).
     agent::directory::DirectoryServiceClient& client(const std::string& url) {
         if (!client_) {
-            container_ = std::make_shared<agent::core::container::ServiceContainer>();
-            container_->setNewMaximumPoolSize(8);
-            container_->createTransport(agent::nanomsgtransport::getTransport(*container_, 5000ms, 5000ms));
-            container_->connectTransport(url);
+            container_ = testsupport::makeContainer(url);
             client_ = std::make_unique<agent::directory::DirectoryServiceClient>(
                 container_->createContext(container_->generateServiceInstance()), 5000ms);
         }
@@ -134,11 +105,9 @@ protected:
     }
     // Subscribes a new log through client(url); the fixture keeps the log until the
     // client is gone, so no callback outlives it.
-    NotificationLog& subscribe(const std::string& url, agent::directory::DirectoryServiceClient::CallbackMode mode,
-                               const boost::optional<std::string>& serviceName = boost::none,
-                               const boost::optional<std::map<std::string, std::string>>& metadata = boost::none) {
-        logs_.push_back(std::make_unique<NotificationLog>());
-        client(url).registerForCallbacks(logs_.back()->callback(), mode, serviceName, metadata);
+    NotificationLog& subscribe(const std::string& url, agent::directory::DirectoryServiceClient::CallbackMode mode) {
+        client(url).registerForCallbacks(logs_.emplace_back(std::make_unique<NotificationLog>())->callback(), mode,
+                                         boost::none, boost::none);
         return *logs_.back();
     }
     void endClient() {
@@ -149,6 +118,17 @@ protected:
     std::string folder_;
 
 private:
+    // Starts `program` and returns its first line, which must begin with `first`.
+    static std::string start(std::vector<std::unique_ptr<ChildProcess>>& children, const std::string& program,
+                             const std::vector<std::string>& arguments, const std::string& first) {
+        children.push_back(std::make_unique<ChildProcess>(program, arguments));
+        const auto line = children.back()->readLine(deadline());
+        if (!line || line->rfind(first, 0) != 0) {
+            throw std::runtime_error(program + " said '" + line.value_or("<nothing>") + "'");
+        }
+        return *line;
+    }
+
     std::vector<std::unique_ptr<ChildProcess>> exchanges_;
     std::vector<std::unique_ptr<ChildProcess>> agents_;
     // Before the client: members go in reverse order, and callbacks write to these.
