@@ -109,15 +109,18 @@ TEST_F(DirectoryServiceClientTest, ADeregisteredSubscriptionCallsBackNoMore) {
     auto& provider = client();
     for (const bool fromCallback : {false, true}) {
         SCOPED_TRACE(fromCallback ? "from its callback" : "from another thread");
-        std::atomic<int> calls{0};
-        boost::uuids::uuid subscription;
-        std::mutex subscriptionMutex;  // guards subscription until it is known
-        std::unique_lock<std::mutex> known(subscriptionMutex);
-        subscription = watcher.registerForCallbacks(
-            [&](const ServiceNotification&) {
-                if (++calls == 1 && fromCallback) {
-                    std::lock_guard<std::mutex> lock(subscriptionMutex);
-                    EXPECT_TRUE(watcher.deregisterFromCallbacks(subscription));
+        struct Calls {  // shared with the callback: a late call must not reach a later row's state
+            std::atomic<int> count{0};
+            std::mutex subscriptionMutex;  // guards subscription until it is known
+            boost::uuids::uuid subscription;
+        };
+        const auto calls = std::make_shared<Calls>();
+        std::unique_lock<std::mutex> known(calls->subscriptionMutex);
+        calls->subscription = watcher.registerForCallbacks(
+            [calls, fromCallback, &watcher](const ServiceNotification&) {
+                if (++calls->count == 1 && fromCallback) {
+                    std::lock_guard<std::mutex> lock(calls->subscriptionMutex);
+                    EXPECT_TRUE(watcher.deregisterFromCallbacks(calls->subscription));
                 }
                 std::this_thread::yield();  // lets a queue build up behind it
             },
@@ -128,12 +131,12 @@ TEST_F(DirectoryServiceClientTest, ADeregisteredSubscriptionCallsBackNoMore) {
                 provider.registerServiceInstance(instance("service" + std::to_string(i)));
             }
         });
-        EXPECT_TRUE(eventually([&] { return calls.load() >= 5 || (fromCallback && calls.load() >= 1); }));
-        EXPECT_TRUE(fromCallback || watcher.deregisterFromCallbacks(subscription));
-        const int atEnd = fromCallback ? 1 : calls.load();
+        EXPECT_TRUE(eventually([&] { return calls->count.load() >= (fromCallback ? 1 : 5); }));
+        EXPECT_TRUE(fromCallback || watcher.deregisterFromCallbacks(calls->subscription));
+        const int atEnd = fromCallback ? 1 : calls->count.load();
         producing.join();
         provider.queryDirectoryForServiceUUIDs("*");  // one more round trip after the last change
-        EXPECT_EQ(atEnd, calls.load());
+        EXPECT_EQ(atEnd, calls->count.load());
     }
 }
 
@@ -176,24 +179,10 @@ TEST_F(DirectoryServiceClientTest, AMalformedRequestIsRefusedAndTheDirectoryServ
 }
 
 TEST_F(DirectoryServiceClientTest, ConcurrentRegistrationsReachSubscribersInTheDirectorysOrder) {
-    std::mutex orderMutex;
-    std::vector<std::string> directoryOrder;
-    const auto recording = directory_->subscribe({}, false, [&](const boost::uuids::uuid&, const ServiceNotification& n,
-                                                               std::uint64_t) {
-        std::lock_guard<std::mutex> lock(orderMutex);
-        directoryOrder.push_back(describe(n) + " " + boost::uuids::to_string(
-            boost::apply_visitor([](const auto& x) { return x.serviceInstance; }, n)));
-    });
-    std::mutex seenMutex;
-    std::vector<std::string> seen;
-    client().registerForCallbacks(
-        [&](const ServiceNotification& n) {
-            std::lock_guard<std::mutex> lock(seenMutex);
-            seen.push_back(describe(n) + " " + boost::uuids::to_string(
-                boost::apply_visitor([](const auto& x) { return x.serviceInstance; }, n)));
-        },
-        DirectoryServiceClient::OnlyNewChanges, boost::none, boost::none);
-
+    Events directoryOrder, seen;
+    const auto recording = directory_->subscribe(
+        {}, false, [record = directoryOrder.callback()](const auto&, const ServiceNotification& n, auto) { record(n); });
+    client().registerForCallbacks(seen.callback(), DirectoryServiceClient::OnlyNewChanges, boost::none, boost::none);
     constexpr int kThreads = 4, kEach = 50;
     std::vector<DirectoryServiceClient*> providers;
     for (int t = 0; t < kThreads; ++t) {
@@ -216,14 +205,10 @@ TEST_F(DirectoryServiceClientTest, ConcurrentRegistrationsReachSubscribersInTheD
     for (auto& thread : threads) {
         thread.join();
     }
-    const std::size_t expected = kThreads * kEach * 3 / 2;
-    EXPECT_TRUE(eventually([&] {
-        std::lock_guard<std::mutex> lock(seenMutex);
-        return seen.size() >= expected;
-    }));
+    const auto delivered = seen.waitFor(kThreads * kEach * 3 / 2);
     directory_->unsubscribe(recording);  // it records into this test's locals
-    std::lock_guard<std::mutex> a(orderMutex), b(seenMutex);
-    EXPECT_EQ(seen, directoryOrder);
+    EXPECT_EQ(delivered.size(), kThreads * kEach * 3u / 2);
+    EXPECT_EQ(delivered, directoryOrder.snapshot());
 }
 
 }  // namespace
