@@ -30,9 +30,7 @@ TEST(CallStatisticsTest, CountsEveryOutcomeFromManyThreadsAndPlacesThePercentile
             }
         });
     }
-    for (auto& recorder : recorders) {
-        recorder.join();
-    }
+    for (auto& recorder : recorders) recorder.join();
     const auto snapshot = statistics.snapshot();
     EXPECT_EQ(1000u, snapshot.calls);
     EXPECT_EQ(100u, snapshot.failures);

@@ -26,9 +26,7 @@ AnyMap service(const std::string& name, const std::string& uniqueID) {
 // `map` with `key` set to `value`, or without `key`.
 AnyMap with(AnyMap map, const std::string& key, std::optional<Any> value) {
     map.erase(key);
-    if (value) {
-        map.emplace(key, std::move(*value));
-    }
+    if (value) map.emplace(key, std::move(*value));
     return map;
 }
 
@@ -37,9 +35,7 @@ protected:
     ServicePublisher::PublisherConfiguration stored() { return Access::configurations(*publisher).at("demo"); }
     std::vector<std::string> uniqueIDs() {
         std::vector<std::string> ids;
-        for (const auto& service : stored().serviceConfigurations) {
-            ids.push_back(service.uniqueID);
-        }
+        for (const auto& service : stored().serviceConfigurations) ids.push_back(service.uniqueID);
         return ids;
     }
 };

@@ -20,32 +20,24 @@
 
 namespace publishertest {
 
+namespace wrapper = agent::spf::legacyservicewrapper;
+
 class CallbackService final : public agent::core::service::NativeLegacyServiceBase {
 public:
     explicit CallbackService(std::shared_ptr<const agent::spf::serialisation::SerialisationCatalogue> catalogue)
         : NativeLegacyServiceBase("e2e.Callbacks", agent::core::serviceutils::APIVersion(1, 0), {}),
           callbacks_(std::move(catalogue)) {
         using agent::core::transport::Message;
-        using agent::spf::legacyservicewrapper::MultipartFraming;
-        namespace serialisation = agent::spf::serialisation;
         addMethod("report", [this](const Message& request) {
-            const auto parts = MultipartFraming::splitParts(request, 2);
-            const auto reference = serialisation::avroDecode<agent::spf::core::ExportedCallbackReference>(
-                request.data() + parts[0].offset, parts[0].size);
-            const auto count =
-                serialisation::avroDecode<std::int32_t>(request.data() + parts[1].offset, parts[1].size);
-            auto callback = callbacks_.adopt(*getTransport(), reference);
-            {
-                std::lock_guard<std::mutex> lock(lastMutex_);
-                last_ = callback;
-            }
-            for (std::int32_t i = 0; i < count; ++i) {
-                callback->invoke<std::int32_t>(std::string("step"), i);
-            }
+            const auto parts = wrapper::MultipartFraming::splitParts(request, 2);
+            auto callback = callbacks_.adopt(*getTransport(), value<agent::spf::core::ExportedCallbackReference>(request, parts[0]));
+            set(last_, callback);
+            const auto count = value<std::int32_t>(request, parts[1]);
+            for (std::int32_t i = 0; i < count; ++i) callback->invoke<std::int32_t>(std::string("step"), i);
             return replyWith(count);
         });
         addMethod("copy", [this](const Message& request) {
-            const auto parts = MultipartFraming::splitParts(request, 2);
+            const auto parts = wrapper::MultipartFraming::splitParts(request, 2);
             auto source = receivedStream(request, parts[0]);
             auto sink = receivedStream(request, parts[1]);
             const auto text = source->readAll();
@@ -55,48 +47,52 @@ public:
             return replyWith(static_cast<std::int64_t>(text.size()));
         });
         addMethod("keep", [this](const Message& request) {
-            receivedStream(request, MultipartFraming::splitParts(request, 1)[0]);
+            receivedStream(request, wrapper::MultipartFraming::splitParts(request, 1)[0]);
             return replyWith(true);
         });
         addMethod(agent::spf::core::kCallbackRemovalMethodUUID, callbacks_.removalMethod());
     }
 
-    std::shared_ptr<agent::spf::legacyservicewrapper::ReceivedCallback> lastCallback() const {
-        std::lock_guard<std::mutex> lock(lastMutex_);
-        return last_;
-    }
-
-    std::shared_ptr<agent::spf::legacyservicewrapper::ReceivedStream> lastStream() const {
-        std::lock_guard<std::mutex> lock(lastMutex_);
-        return lastStream_;
-    }
+    std::shared_ptr<wrapper::ReceivedCallback> lastCallback() const { return get(last_); }
+    std::shared_ptr<wrapper::ReceivedStream> lastStream() const { return get(lastStream_); }
 
 private:
     template <class T>
     static agent::core::transport::Message replyWith(const T& value) {
         agent::core::transport::Message reply;
-        const auto part = agent::spf::legacyservicewrapper::MultipartFraming::beginPart(reply);
+        const auto part = wrapper::MultipartFraming::beginPart(reply);
         const auto encoded = agent::spf::serialisation::avroEncode(value);
         reply.append(encoded.data(), encoded.size());
-        agent::spf::legacyservicewrapper::MultipartFraming::endPart(reply, part);
+        wrapper::MultipartFraming::endPart(reply, part);
         return reply;
     }
-
+    template <class T, class Part>
+    static T value(const agent::core::transport::Message& request, const Part& part) {
+        return agent::spf::serialisation::avroDecode<T>(request.data() + part.offset, part.size);
+    }
     template <class Part>
-    std::shared_ptr<agent::spf::legacyservicewrapper::ReceivedStream> receivedStream(
-        const agent::core::transport::Message& request, const Part& part) {
-        const auto reference = agent::spf::serialisation::avroDecode<agent::spf::core::ExportedStreamReference>(
-            request.data() + part.offset, part.size);
-        auto stream = std::make_shared<agent::spf::legacyservicewrapper::ReceivedStream>(*getTransport(), reference);
-        std::lock_guard<std::mutex> lock(lastMutex_);
-        lastStream_ = stream;
+    std::shared_ptr<wrapper::ReceivedStream> receivedStream(const agent::core::transport::Message& request,
+                                                            const Part& part) {
+        auto stream = std::make_shared<wrapper::ReceivedStream>(
+            *getTransport(), value<agent::spf::core::ExportedStreamReference>(request, part));
+        set(lastStream_, stream);
         return stream;
     }
+    template <class T>
+    void set(std::shared_ptr<T>& member, std::shared_ptr<T> value) {
+        std::lock_guard<std::mutex> lock(lastMutex_);
+        member = std::move(value);
+    }
+    template <class T>
+    std::shared_ptr<T> get(const std::shared_ptr<T>& member) const {
+        std::lock_guard<std::mutex> lock(lastMutex_);
+        return member;
+    }
 
-    agent::spf::legacyservicewrapper::ReceivedCallbacks callbacks_;
+    wrapper::ReceivedCallbacks callbacks_;
     mutable std::mutex lastMutex_;  // guards last_ and lastStream_
-    std::shared_ptr<agent::spf::legacyservicewrapper::ReceivedCallback> last_;
-    std::shared_ptr<agent::spf::legacyservicewrapper::ReceivedStream> lastStream_;
+    std::shared_ptr<wrapper::ReceivedCallback> last_;
+    std::shared_ptr<wrapper::ReceivedStream> lastStream_;
 };
 
 }  // namespace publishertest

@@ -101,20 +101,14 @@ protected:
     }
 
     static std::size_t threadCount() {
-        std::size_t count = 0;
-        for ([[maybe_unused]] const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-            ++count;
-        }
-        return count;
+        const std::filesystem::directory_iterator tasks("/proc/self/task");
+        return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
     }
 
-    cppmicroservices::Bundle bundleNamed(const std::string& symbolicName) {
+    void stopThePublisher() {
         for (auto& bundle : context.GetBundles()) {
-            if (bundle.GetSymbolicName() == symbolicName) {
-                return bundle;
-            }
+            if (bundle.GetSymbolicName() == "com_norbridge_agentspflegacyservicepublisher") bundle.Stop();
         }
-        return {};
     }
 
     template <class S>
@@ -132,10 +126,7 @@ protected:
                    const std::vector<ServiceRequest>& services) {
         using cppmicroservices::Any;
         using cppmicroservices::AnyMap;
-        std::vector<Any> endpointList;
-        for (const auto& endpoint : endpoints) {
-            endpointList.emplace_back(endpoint);
-        }
+        const std::vector<Any> endpointList(endpoints.begin(), endpoints.end());
         std::vector<Any> serviceList;
         for (const auto& requested : services) {
             serviceList.emplace_back(

@@ -76,18 +76,18 @@ protected:
 
     // An exchange on url() entered in the registry of `mode` (the test's registry, or `registryRoot`).
     ChildProcess& startExchange(const std::string& mode, const std::string& registryRoot = "") {
-        exchanges.push_back(std::make_unique<ChildProcess>(
-            AGENT_EXCHANGE_PATH, std::vector<std::string>{"--name", "exchange", "--endpoint", url(), "--mode", mode,
-                                                          "--registry", registryRoot.empty() ? registry() : registryRoot}));
-        const auto line = exchanges.back()->readLine(soon());
-        EXPECT_TRUE(line && line->rfind("listening ", 0) == 0) << line.value_or("<nothing>");
-        return *exchanges.back();
+        return start(exchanges, AGENT_EXCHANGE_PATH,
+                     {"--name", "exchange", "--endpoint", url(), "--mode", mode, "--registry",
+                      registryRoot.empty() ? registry() : registryRoot},
+                     "listening ");
     }
-
-    ChildProcess& startLegacyAgent() {
-        agents.push_back(std::make_unique<ChildProcess>(LEGACY_AGENT_PATH, std::vector<std::string>{"--exchange", url()}));
-        EXPECT_EQ("ready", agents.back()->readLine(soon()).value_or("<nothing>"));
-        return *agents.back();
+    ChildProcess& startLegacyAgent() { return start(agents, LEGACY_AGENT_PATH, {"--exchange", url()}, "ready"); }
+    static ChildProcess& start(std::vector<std::unique_ptr<ChildProcess>>& children, const std::string& program,
+                               const std::vector<std::string>& arguments, const std::string& first) {
+        const auto& child = children.emplace_back(std::make_unique<ChildProcess>(program, arguments));
+        const auto line = child->readLine(soon());
+        EXPECT_TRUE(line && line->rfind(first, 0) == 0) << program << " said " << line.value_or("<nothing>");
+        return *child;
     }
 
     // The names of the factories published for instances on url(), sorted.
@@ -95,10 +95,9 @@ protected:
         std::vector<std::string> names;
         for (const auto& factory : invokablePublisher()->getInvokableFactories()) {
             const auto endpoint = factory.endpointProperties.find("endpointAddress");
-            if (endpoint != factory.endpointProperties.end() &&
-                cppmicroservices::any_cast<std::string>(endpoint->second) == url()) {
-                names.push_back(factory.name);
-            }
+            const bool here = endpoint != factory.endpointProperties.end() &&
+                              cppmicroservices::any_cast<std::string>(endpoint->second) == url();
+            if (here) names.push_back(factory.name);
         }
         std::sort(names.begin(), names.end());
         return names;
@@ -109,8 +108,7 @@ protected:
     }
 
     std::size_t logged(const std::string& text) const {
-        const auto texts = log->texts();
-        return static_cast<std::size_t>(std::count(texts.begin(), texts.end(), text));
+        return log->count([&text](const auto& record) { return record.text == text; });
     }
 
     const std::vector<std::string> sampleServices{"Clock", "KeyValueStore", "RawEcho"};
@@ -195,19 +193,14 @@ TEST_F(ExchangeProcessTest, AKilledExchangeFailsCallsInFlightAtOnceAndLeavesNoFa
     // Held: giving an invokable back waits for its calls to end.
     const auto slowInvokable = getInvokable("e2e.Slow", 1);
     auto inFlight = call<std::int32_t>(*slowInvokable, "wait", kCallTimeout);
-   ASSERT_TRUE(gate->waitForPassers(1));
+    ASSERT_TRUE(gate->waitForPassers(1));
     exchange.signal(SIGKILL);
     ASSERT_TRUE(exchange.waitForExit(soon()));
 
     // The reply cannot come while the gate is shut: a failure now is the lost connection's.
     ASSERT_EQ(std::future_status::ready, inFlight.wait_for(kDeadline));
-    try {
-        inFlight.get();
-        ADD_FAILURE() << "the call in flight succeeded";
-    } catch (const std::exception& e) {
-        EXPECT_THAT(e.what(), ::testing::Not(::testing::AnyOf(::testing::HasSubstr("Timeout"),
-                                                              ::testing::HasSubstr("timed out"))));
-    }
+    EXPECT_THAT([&] { inFlight.get(); }, ::testing::ThrowsMessage<std::exception>(::testing::Not(::testing::AnyOf(
+                                             ::testing::HasSubstr("Timeout"), ::testing::HasSubstr("timed out")))));
     gate->open();
     // No directory tells of the kill: failed queries tear the connection down.
     EXPECT_TRUE(eventuallyPublished({}));
