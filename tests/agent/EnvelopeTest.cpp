@@ -32,8 +32,12 @@ TEST(EnvelopeTest, EveryFieldSurvivesARoundTrip) {
     bytes.push_back(0x42);  // payload follows the envelope
     const auto decoded = decodeEnvelope(bytes.data(), bytes.size());
     EXPECT_EQ(decoded.kind, envelope.kind);
-    bytes.pop_back();
-    EXPECT_EQ(encoded(decoded), bytes) << "a field was lost";
+    EXPECT_EQ(decoded.flags, envelope.flags);
+    EXPECT_EQ(decoded.credit, envelope.credit);
+    EXPECT_EQ(decoded.correlationId, envelope.correlationId);
+    EXPECT_EQ(decoded.sourceNode, envelope.sourceNode);
+    EXPECT_EQ(decoded.sourceAddress, envelope.sourceAddress);
+    EXPECT_EQ(decoded.destinationAddress, envelope.destinationAddress);
     // Big-endian on the wire.
     EXPECT_EQ(bytes[0], Envelope::kVersion);
     EXPECT_EQ(bytes[4], 0x01);
