@@ -84,32 +84,6 @@ TEST(InvokablePublisherTest, FactoriesAreFoundByNameMajorVersionAndFilter) {
     EXPECT_EQ(0, factory.gets) << "finding a factory makes no invokable";
 }
 
-// Every client gets an invokable of its own; it is given back once, by an explicit unget or
-// with its last copy, and the client's copies stay valid objects.
-TEST(InvokablePublisherTest, AnInvokableIsGivenBackOnceByUngetOrItsLastCopy) {
-    Publisher publisher;
-    CountingFactory factory;
-    const auto handle = factory.registerWith(publisher, "Greeter", APIVersion(1));
-    auto first = publisher.getInvokable(handle);
-    auto second = publisher.getInvokable(handle);
-    EXPECT_NE(first.get(), second.get());
-    EXPECT_EQ(factory.made[0].get(), first.get()) << "the client holds what the get-callback made";
-    auto copy = first;
-    first.reset();
-    EXPECT_EQ(0, factory.ungets) << "a copy is still out";
-    copy.reset();
-    EXPECT_EQ(1, factory.ungets);
-    auto secondCopy = second;
-    EXPECT_TRUE(publisher.ungetInvokable(second));
-    EXPECT_FALSE(publisher.ungetInvokable(secondCopy)) << "given back already";
-    EXPECT_EQ(std::vector<std::string>{"echo"}, secondCopy->getSupportedNames());
-    second.reset();
-    secondCopy.reset();
-    EXPECT_EQ(2, factory.ungets);
-    EXPECT_TRUE(factory.eachGivenBackAtMostOnce());
-    EXPECT_EQ(0, factory.foreignUngets);
-}
-
 TEST(InvokablePublisherTest, BadRequestsGetClearErrors) {
     Publisher publisher;
     CountingFactory factory;

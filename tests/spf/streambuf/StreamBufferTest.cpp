@@ -49,13 +49,9 @@ TEST(StreamBufferTest, EachRequestTheStreamCannotServeIsRefusedWithItsText) {
     }
 }
 
-TEST(StreamBufferTest, ReadsAreServedInPartsUpToTheLargestAndEndEmptyAndASinkThatFailsSaysSo) {
-    const std::string text(kLargestRead + 10, 'x');
-    auto source = makeDevice(std::make_shared<std::istringstream>(text));
-    EXPECT_EQ(kLargestRead, source->serve(makeReadRequest(0xffffffff)).size());
-    EXPECT_EQ(10u, source->serve(makeReadRequest(100)).size());
-    EXPECT_TRUE(source->serve(makeReadRequest(100)).empty());
-
+// Reads in parts up to the largest, the empty read at the end and closing run end to end (a
+// service copying more than one read's worth); a sink whose stream fails says so and stays open.
+TEST(StreamBufferTest, ASinkWhoseStreamFailsSaysSoAndStaysOpen) {
     auto stream = std::make_shared<std::ostringstream>();
     auto sink = makeDevice(stream);
     sink->serve(makeWriteRequest("ab", 2));
@@ -63,8 +59,6 @@ TEST(StreamBufferTest, ReadsAreServedInPartsUpToTheLargestAndEndEmptyAndASinkTha
     stream->setstate(std::ios::badbit);
     EXPECT_THROW(sink->serve(makeWriteRequest("c", 1)), std::runtime_error);
     EXPECT_FALSE(sink->isClosed());
-    sink->serve(makeCloseRequest());
-    EXPECT_TRUE(sink->isClosed());
 }
 
 }  // namespace
