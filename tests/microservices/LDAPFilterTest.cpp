@@ -1,14 +1,11 @@
 #include "cppmicroservices/LDAPFilter.h"
 #include "cppmicroservices/LDAPProp.h"
+#include "support/Barrier.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <cstdint>
 #include <list>
-#include <mutex>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -38,63 +35,182 @@ namespace
         bool expected;
     };
 
-    void
-    ExpectMatches(AnyMap const& props, std::vector<MatchRow> const& rows)
+    TEST(LDAPFilterTest, MatchesTypedValuesSubstringsAndComposites)
     {
+        static char const* const cText = "c-string";
+        AnyMap const props = Props({ { "class", std::string("Foo") },
+                                     { "port", 8080 },
+                                     { "secure", true },
+                                     { "name", std::string("com.example.Service") },
+                                     { "empty", std::string() },
+                                     { "star", std::string("a*b") },
+                                     { "count", 0 },
+                                     { "i", 42 },
+                                     { "neg", -5 },
+                                     { "l", 5000000000L },
+                                     { "ll", -9000000000000000000LL },
+                                     { "s", static_cast<short>(7) },
+                                     { "sc", static_cast<signed char>(-1) },
+                                     { "u", 7u },
+                                     { "ul", 18446744073709551615UL },
+                                     { "us", static_cast<unsigned short>(65535) },
+                                     { "uc", static_cast<unsigned char>(200) },
+                                     { "d", 2.5 },
+                                     { "f", 0.1f },
+                                     { "tiny", 1e-20 },
+                                     { "on", true },
+                                     { "off", false },
+                                     { "objectclass", std::vector<std::string>{ "a::Foo", "b::Bar" } },
+                                     { "list", std::list<std::string>{ "x", "y" } },
+                                     { "mixed", std::vector<Any>{ 1, std::string("two"), std::vector<Any>{ 3.5 } } },
+                                     { "none", std::vector<std::string>{} },
+                                     { "cstr", cText },
+                                     { "nullcstr", static_cast<char const*>(nullptr) },
+                                     { "ch", 'q' },
+                                     { "void", Any() },
+                                     { "odd", Unsupported{} },
+                                     { "map", AnyMap{} },
+                                     { "a key", std::string("v") },
+                                     { "fn", std::string("call(x)") },
+                                     { "p", std::string("(") },
+                                     { "b", std::string("back\\slash") },
+                                     { "sp", std::string(" lead") },
+                                     { "e", std::string() } });
+        std::vector<MatchRow> const rows = {
+            // composites nest and short-circuit
+            { "(class=Foo)", true },
+            { "(&(class=Foo)(port=8080))", true },
+            { "(&(class=Foo)(port=80))", false },
+            { "(|(port=80)(port=8080))", true },
+            { "(|(port=80)(port=81))", false },
+            { "(!(port=80))", true },
+            { "(!(port=8080))", false },
+            { "(!(missing=1))", true },
+            { "(&(class=Foo)(|(secure=false)(!(port<=1024))))", true },
+            { "(&(class=Foo)(|(secure=false)(!(port>=1024))))", false },
+            { "(&(port=8080))", true },
+            { "(|(!(&(a=1)(b=2)))(never=1))", true },
+            // presence and substrings
+            { "(name=*)", true },
+            { "(empty=*)", true },
+            { "(count=*)", true },
+            { "(missing=*)", false },
+            { "(name=com.*)", true },
+            { "(name=*.Service)", true },
+            { "(name=*example*)", true },
+            { "(name=com*example*Service)", true },
+            { "(name=com*Service*example)", false },
+            { "(name=com.example.Service*)", true },
+            { "(name=*com.example.Service)", true },
+            { "(name=*z*)", false },
+            { "(name=com*com*)", false },
+            { "(name=COM.*)", false },
+            { "(empty=**)", true },
+            { "(star=a\\*b)", true },
+            { "(star=a\\*)", false },
+            { "(star=a\\**)", true },
+            { "(star=*\\**)", true },
+            { "(name=\\*)", false },
+            { "(count=0*)", false },
+            // numbers compare numerically by their stored type
+            { "(i=42)", true },
+            { "(i= 42)", true },
+            { "(i=042)", true },
+            { "(i=+42)", true },
+            { "(i=42 )", true },
+            { "(i=43)", false },
+            { "(i~=42)", true },
+            { "(i<=42)", true },
+            { "(i<=41)", false },
+            { "(i>=9)", true },
+            { "(i>=100)", false },
+            { "(i=42abc)", false },
+            { "(i=abc)", false },
+            { "(i=42.0)", false },
+            { "(i=4*)", false },
+            { "(neg<=-5)", true },
+            { "(neg>=-4)", false },
+            { "(l=5000000000)", true },
+            { "(l>=4999999999)", true },
+            { "(ll<=-8999999999999999999)", true },
+            { "(ll=99999999999999999999)", false },
+            { "(s=7)", true },
+            { "(sc=-1)", true },
+            { "(u=7)", true },
+            { "(u>=-1)", true },
+            { "(u<=-1)", false },
+            { "(u=-1)", false },
+            { "(ul=18446744073709551615)", true },
+            { "(ul>=9223372036854775808)", true },
+            { "(us=65535)", true },
+            { "(uc=200)", true },
+            { "(d=2.5)", true },
+            { "(d=2.5000000000000001)", true },
+            { "(d=2.51)", false },
+            { "(d<=2.5)", true },
+            { "(d>=3)", false },
+            { "(d=2.5x)", false },
+            { "(f=0.1)", true },
+            { "(f>=0.2)", false },
+            { "(tiny=0)", true },
+            // bool matches true or false in any case
+            { "(on=true)", true },
+            { "(on=TRUE)", true },
+            { "(on~=True)", true },
+            { "(on=false)", false },
+            { "(on=1)", false },
+            { "(on=tru*)", false },
+            { "(on<=true)", false },
+            { "(on>=true)", false },
+            { "(off=false)", true },
+            { "(off=FaLsE)", true },
+            { "(off=true)", false },
+            // containers match when any element does
+            { "(objectclass=b::Bar)", true },
+            { "(objectclass=*Foo)", true },
+            { "(objectclass=c::Baz)", false },
+            { "(list=y)", true },
+            { "(list~=X)", true },
+            { "(list=z)", false },
+            { "(mixed=1)", true },
+            { "(mixed=two)", true },
+            { "(mixed=3.5)", true },
+            { "(mixed<=0)", false },
+            { "(none=*)", true },
+            { "(none=x)", false },
+            { "(cstr=c-string)", true },
+            { "(cstr=c-*)", true },
+            { "(nullcstr=*)", true },
+            { "(nullcstr=x)", false },
+            { "(ch=q)", true },
+            { "(ch>=a)", true },
+            { "(ch=qq)", false },
+            // empty and unsupported values
+            { "(void=*)", false },
+            { "(!(void=*))", true },
+            { "(void=)", false },
+            { "(odd=*)", true },
+            { "(odd=x)", false },
+            { "(odd~=x)", false },
+            { "(map=*)", true },
+            { "(map={})", false },
+            // whitespace, escapes and parentheses
+            { "  ( & ( a key =v) ( fn=call(x)) )  ", true },
+            { "(a key=v )", false },
+            { "(fn=call\\(x\\))", true },
+            { "(fn=call(*))", true },
+            { "(p=\\()", true },
+            { "(b=back\\\\slash)", true },
+            { "(sp= lead)", false },
+            { "(sp=\\ lead)", true },
+            { "(e=)", true },
+            { "(e=x)", false },
+            { "(\tfn\n=call(x))", true },
+        };
         for (auto const& row : rows)
         {
             EXPECT_EQ(LDAPFilter(row.filter).Match(props), row.expected) << row.filter;
         }
-    }
-
-    TEST(LDAPFilterTest, CompositesNestAndShortCircuit)
-    {
-        AnyMap const props = Props({ { "objectclass", std::string("Foo") }, { "port", 8080 }, { "secure", true } });
-        ExpectMatches(props, {
-                                 { "(objectclass=Foo)", true },
-                                 { "(&(objectclass=Foo)(port=8080))", true },
-                                 { "(&(objectclass=Foo)(port=80))", false },
-                                 { "(|(port=80)(port=8080))", true },
-                                 { "(|(port=80)(port=81))", false },
-                                 { "(!(port=80))", true },
-                                 { "(!(port=8080))", false },
-                                 { "(!(missing=1))", true },
-                                 { "(&(objectclass=Foo)(|(secure=false)(!(port<=1024))))", true },
-                                 { "(&(objectclass=Foo)(|(secure=false)(!(port>=1024))))", false },
-                                 { "(&(port=8080))", true },
-                                 { "(|(!(&(a=1)(b=2)))(never=1))", true },
-                             });
-    }
-
-    TEST(LDAPFilterTest, PresenceAndSubstrings)
-    {
-        AnyMap const props = Props({ { "name", std::string("com.example.Service") },
-                                     { "empty", std::string() },
-                                     { "star", std::string("a*b") },
-                                     { "count", 0 } });
-        ExpectMatches(props, {
-                                 { "(name=*)", true },
-                                 { "(empty=*)", true },
-                                 { "(count=*)", true },
-                                 { "(missing=*)", false },
-                                 { "(name=com.*)", true },
-                                 { "(name=*.Service)", true },
-                                 { "(name=*example*)", true },
-                                 { "(name=com*example*Service)", true },
-                                 { "(name=com*Service*example)", false },
-                                 { "(name=com.example.Service*)", true },
-                                 { "(name=*com.example.Service)", true },
-                                 { "(name=*z*)", false },
-                                 { "(name=com*com*)", false },
-                                 { "(name=COM.*)", false },
-                                 { "(empty=**)", true },
-                                 { "(star=a\\*b)", true },
-                                 { "(star=a\\*)", false },
-                                 { "(star=a\\**)", true },
-                                 { "(star=*\\**)", true },
-                                 { "(name=\\*)", false },
-                                 { "(count=0*)", false },
-                             });
     }
 
     TEST(LDAPFilterTest, KeysIgnoreCaseButStringValuesDoNot)
@@ -102,7 +218,7 @@ namespace
         for (auto kind : { AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS, AnyMap::UNORDERED_MAP, AnyMap::ORDERED_MAP })
         {
             AnyMap const props(kind, { { "Service.Vendor", std::string("Acme Corp") } });
-            ExpectMatches(props, {
+            for (MatchRow const& row : std::vector<MatchRow>{
                                      { "(service.vendor=Acme Corp)", true },
                                      { "(SERVICE.VENDOR=Acme Corp)", true },
                                      { "(service.vendor=acme corp)", false },
@@ -114,7 +230,10 @@ namespace
                                      { "(service.vendor<=Acme)", false },
                                      { "(service.vendor>=Acme)", true },
                                      { "(service.vendor>=B)", false },
-                                 });
+                                 })
+            {
+                EXPECT_EQ(LDAPFilter(row.filter).Match(props), row.expected) << row.filter;
+            }
             EXPECT_TRUE(LDAPFilter("(Service.Vendor=Acme Corp)").MatchCase(props));
             EXPECT_FALSE(LDAPFilter("(service.vendor=Acme Corp)").MatchCase(props)) << "kind " << int(kind);
         }
@@ -152,154 +271,6 @@ namespace
         // The registry rules case variants out when properties are set, and skips the scan.
         EXPECT_TRUE(cppmicroservices::detail::LDAPMatchValidatedProperties(LDAPFilter("(key1=1)"), big));
         EXPECT_FALSE(cppmicroservices::detail::LDAPMatchValidatedProperties(LDAPFilter(), big));
-    }
-
-    TEST(LDAPFilterTest, NumbersCompareNumericallyByStoredType)
-    {
-        AnyMap const props = Props({ { "i", 42 },
-                                     { "neg", -5 },
-                                     { "l", 5000000000L },
-                                     { "ll", -9000000000000000000LL },
-                                     { "s", static_cast<short>(7) },
-                                     { "sc", static_cast<signed char>(-1) },
-                                     { "u", 7u },
-                                     { "ul", 18446744073709551615UL },
-                                     { "us", static_cast<unsigned short>(65535) },
-                                     { "uc", static_cast<unsigned char>(200) },
-                                     { "d", 2.5 },
-                                     { "f", 0.1f },
-                                     { "tiny", 1e-20 } });
-        ExpectMatches(props, {
-                                 { "(i=42)", true },
-                                 { "(i= 42)", true },
-                                 { "(i=042)", true },
-                                 { "(i=+42)", true },
-                                 { "(i=42 )", true },
-                                 { "(i=43)", false },
-                                 { "(i~=42)", true },
-                                 { "(i<=42)", true },
-                                 { "(i<=41)", false },
-                                 { "(i>=9)", true },
-                                 { "(i>=100)", false },
-                                 { "(i=42abc)", false },
-                                 { "(i=abc)", false },
-                                 { "(i=42.0)", false },
-                                 { "(i=4*)", false },
-                                 { "(neg<=-5)", true },
-                                 { "(neg>=-4)", false },
-                                 { "(l=5000000000)", true },
-                                 { "(l>=4999999999)", true },
-                                 { "(ll<=-8999999999999999999)", true },
-                                 { "(ll=99999999999999999999)", false },
-                                 { "(s=7)", true },
-                                 { "(sc=-1)", true },
-                                 { "(u=7)", true },
-                                 { "(u>=-1)", true },
-                                 { "(u<=-1)", false },
-                                 { "(u=-1)", false },
-                                 { "(ul=18446744073709551615)", true },
-                                 { "(ul>=9223372036854775808)", true },
-                                 { "(us=65535)", true },
-                                 { "(uc=200)", true },
-                                 { "(d=2.5)", true },
-                                 { "(d=2.5000000000000001)", true },
-                                 { "(d=2.51)", false },
-                                 { "(d<=2.5)", true },
-                                 { "(d>=3)", false },
-                                 { "(d=2.5x)", false },
-                                 { "(f=0.1)", true },
-                                 { "(f>=0.2)", false },
-                                 { "(tiny=0)", true },
-                             });
-    }
-
-    TEST(LDAPFilterTest, BoolMatchesTrueOrFalseInAnyCase)
-    {
-        AnyMap const props = Props({ { "on", true }, { "off", false } });
-        ExpectMatches(props, {
-                                 { "(on=true)", true },
-                                 { "(on=TRUE)", true },
-                                 { "(on~=True)", true },
-                                 { "(on=false)", false },
-                                 { "(on=1)", false },
-                                 { "(on=tru*)", false },
-                                 { "(on<=true)", false },
-                                 { "(on>=true)", false },
-                                 { "(off=false)", true },
-                                 { "(off=FaLsE)", true },
-                                 { "(off=true)", false },
-                             });
-    }
-
-    TEST(LDAPFilterTest, ContainersMatchWhenAnyElementDoes)
-    {
-        static char const* const cText = "c-string";
-        AnyMap const props = Props({ { "objectclass", std::vector<std::string>{ "a::Foo", "b::Bar" } },
-                                     { "list", std::list<std::string>{ "x", "y" } },
-                                     { "mixed", std::vector<Any>{ 1, std::string("two"), std::vector<Any>{ 3.5 } } },
-                                     { "none", std::vector<std::string>{} },
-                                     { "cstr", cText },
-                                     { "nullcstr", static_cast<char const*>(nullptr) },
-                                     { "ch", 'q' } });
-        ExpectMatches(props, {
-                                 { "(objectclass=b::Bar)", true },
-                                 { "(objectclass=*Foo)", true },
-                                 { "(objectclass=c::Baz)", false },
-                                 { "(list=y)", true },
-                                 { "(list~=X)", true },
-                                 { "(list=z)", false },
-                                 { "(mixed=1)", true },
-                                 { "(mixed=two)", true },
-                                 { "(mixed=3.5)", true },
-                                 { "(mixed<=0)", false },
-                                 { "(none=*)", true },
-                                 { "(none=x)", false },
-                                 { "(cstr=c-string)", true },
-                                 { "(cstr=c-*)", true },
-                                 { "(nullcstr=*)", true },
-                                 { "(nullcstr=x)", false },
-                                 { "(ch=q)", true },
-                                 { "(ch>=a)", true },
-                                 { "(ch=qq)", false },
-                             });
-    }
-
-    TEST(LDAPFilterTest, EmptyAndUnsupportedValuesNeverMatch)
-    {
-        AnyMap const props = Props({ { "empty", Any() }, { "odd", Unsupported{} }, { "map", AnyMap{} } });
-        ExpectMatches(props, {
-                                 { "(empty=*)", false },
-                                 { "(!(empty=*))", true },
-                                 { "(empty=)", false },
-                                 { "(odd=*)", true },
-                                 { "(odd=x)", false },
-                                 { "(odd~=x)", false },
-                                 { "(map=*)", true },
-                                 { "(map={})", false },
-                             });
-    }
-
-    TEST(LDAPFilterTest, WhitespaceEscapesAndParenthesesInValues)
-    {
-        AnyMap const props = Props({ { "a key", std::string("v") },
-                                     { "f", std::string("call(x)") },
-                                     { "p", std::string("(") },
-                                     { "b", std::string("back\\slash") },
-                                     { "sp", std::string(" lead") },
-                                     { "e", std::string() } });
-        ExpectMatches(props, {
-                                 { "  ( & ( a key =v) ( f=call(x)) )  ", true },
-                                 { "(a key=v )", false },
-                                 { "(f=call\\(x\\))", true },
-                                 { "(f=call(*))", true },
-                                 { "(p=\\()", true },
-                                 { "(b=back\\\\slash)", true },
-                                 { "(sp= lead)", false },
-                                 { "(sp=\\ lead)", true },
-                                 { "(e=)", true },
-                                 { "(e=x)", false },
-                                 { "(\tf\n=call(x))", true },
-                             });
     }
 
     TEST(LDAPFilterTest, MalformedFiltersAreRejectedWithTheFault)
@@ -386,85 +357,33 @@ namespace
         }
     }
 
-    TEST(LDAPFilterTest, ValueSemanticsEqualityAndPrinting)
+    TEST(LDAPFilterTest, DefaultFilterMatchesNothingAndEqualityComparesTheNormalisedText)
     {
         LDAPFilter const invalid;
         EXPECT_FALSE(invalid);
-        EXPECT_EQ(invalid.ToString(), "");
         EXPECT_FALSE(invalid.Match(Props({ { "a", 1 } })));
         EXPECT_FALSE(invalid.MatchCase(Props({ { "a", 1 } })));
-        EXPECT_TRUE(invalid == LDAPFilter());
-
         LDAPFilter const a("(&(x=1) (y=2))");
-        LDAPFilter const b("(&(x=1)(y=2))");
-        EXPECT_TRUE(a);
-        EXPECT_TRUE(a == b);
+        EXPECT_TRUE(a == LDAPFilter("(&(x=1)(y=2))"));
         EXPECT_FALSE(a == LDAPFilter("(&(y=2)(x=1))"));
         EXPECT_FALSE(a == invalid);
-
-        LDAPFilter copy(a);
-        LDAPFilter assigned;
-        assigned = copy;
-        EXPECT_TRUE(assigned == a);
-        EXPECT_TRUE(assigned.Match(Props({ { "x", 1 }, { "y", 2 } })));
-
-        std::ostringstream os;
-        os << a;
-        EXPECT_EQ(os.str(), "(&(x=1)(y=2))");
     }
 
     TEST(LDAPFilterTest, LDAPPropBuildsFiltersThatParse)
     {
-        std::string const f1 = (LDAPProp("port") >= 1024) && !LDAPProp("local");
-        EXPECT_EQ(f1, "(&(port>=1024)(!(local=*)))");
-        std::string const f2 = LDAPProp("a") == "x*" || LDAPProp("b") != std::string("y");
-        EXPECT_EQ(f2, "(|(a=x*)(!(b=y)))");
-        EXPECT_EQ(std::string(LDAPProp("flag") == true), "(flag=true)");
-        EXPECT_EQ(std::string(LDAPProp("n") <= 2.5), "(n<=2.5)");
-        EXPECT_EQ(std::string(LDAPProp("n") == Any(3)), "(n=3)");
-        EXPECT_EQ(std::string(LDAPProp("v").Approx("A B")), "(v~=A B)");
-        EXPECT_EQ(std::string(LDAPPropExpr(LDAPProp("set"))), "(set=*)");
-
         LDAPPropExpr expr;
         EXPECT_TRUE(expr.IsNull());
-        expr &= LDAPProp("a") == "1";
-        EXPECT_EQ(std::string(expr), "(a=1)");
-        expr &= LDAPProp("b") == "2";
-        expr |= LDAPProp("c") == "3";
-        EXPECT_EQ(std::string(expr), "(|(&(a=1)(b=2))(c=3))");
-        EXPECT_EQ(std::string(!expr), "(!(|(&(a=1)(b=2))(c=3)))");
-        EXPECT_EQ(std::string(LDAPPropExpr() && LDAPProp("z") == "9"), "(z=9)");
+        expr &= LDAPProp("a") == "x*";
+        expr &= LDAPProp("port") >= 1024;
+        expr |= !LDAPProp("local");
+        std::string const text = expr && LDAPProp("b") != std::string("y");
+        EXPECT_EQ(text, "(&(|(&(a=x*)(port>=1024))(!(local=*)))(!(b=y)))");
+        EXPECT_EQ(std::string(LDAPProp("v").Approx("A B") || LDAPProp("n") <= 2.5), "(|(v~=A B)(n<=2.5))");
 
         LDAPFilter const filter(static_cast<std::string>(LDAPProp("flag") == true && LDAPProp("n") >= 2));
         EXPECT_TRUE(filter.Match(Props({ { "flag", true }, { "n", 3 } })));
         EXPECT_FALSE(filter.Match(Props({ { "flag", true }, { "n", 1 } })));
     }
-
-    // Releases all waiting threads at once.
-    class StartGate
-    {
-      public:
-        void
-        Wait()
-        {
-            std::unique_lock<std::mutex> lock(openMutex_);
-            opened_.wait(lock, [this] { return open_; });
-        }
-        void
-        Open()
-        {
-            {
-                std::lock_guard<std::mutex> lock(openMutex_);
-                open_ = true;
-            }
-            opened_.notify_all();
-        }
-
-      private:
-        std::mutex openMutex_;
-        std::condition_variable opened_;
-        bool open_ = false; // guarded by openMutex_
-    };
 
     TEST(LDAPFilterTest, ConcurrentMatchesOnSharedFilterCopiesAgree)
     {
@@ -473,7 +392,7 @@ namespace
         AnyMap const failing(AnyMap::ORDERED_MAP, { { "objectclass", std::string("svc") }, { "rank", 1 } });
         constexpr int threads = 8;
         constexpr int rounds = 2000;
-        StartGate gate;
+        testsupport::Barrier gate(threads);
         std::atomic<int> wrong{ 0 };
         std::atomic<int> done{ 0 };
         std::vector<std::thread> workers;
@@ -482,7 +401,7 @@ namespace
             workers.emplace_back(
                 [&]
                 {
-                    gate.Wait();
+                    gate.ArriveAndWait();
                     for (int i = 0; i < rounds; ++i)
                     {
                         LDAPFilter copy = shared;
@@ -494,7 +413,6 @@ namespace
                     ++done;
                 });
         }
-        gate.Open();
         for (auto& w : workers)
         {
             w.join();
