@@ -136,36 +136,26 @@ namespace
             << "only a prototype factory makes prototypes";
     }
 
-    TEST_F(ServiceFactoryTest, UnregisteringUngetsHeldObjectsOnceAndLatePointerDeathDoesNothing)
-    {
-        auto factory = std::make_shared<BundleFactory>();
-        auto reg = context.RegisterService<Counter>(ToFactory(factory));
-        auto mine = context.GetService(reg.GetReference());
-        auto theirs = OtherBundleContext().GetService(reg.GetReference());
-        ASSERT_TRUE(mine && theirs);
-
-        reg.Unregister();
-        EXPECT_EQ(2, factory->ungot.load());
-        EXPECT_EQ(1, mine->Id()) << "the object itself lives as long as the pointer";
-        mine.reset();
-        theirs.reset();
-        EXPECT_EQ(2, factory->ungot.load());
-    }
-
-    TEST_F(ServiceFactoryTest, StoppingABundleReleasesTheServicesItUses)
+    TEST_F(ServiceFactoryTest, StoppingAUserOrUnregisteringUngetsHeldObjectsOnceAndLatePointerDeathDoesNothing)
     {
         auto factory = std::make_shared<BundleFactory>();
         auto reg = context.RegisterService<Counter>(ToFactory(factory));
         auto bundle = Install(testbundles::Path("TestNoActivatorBundle"));
         bundle.Start();
-        auto held = bundle.GetBundleContext().GetService(reg.GetReference());
+        auto theirs = bundle.GetBundleContext().GetService(reg.GetReference());
+        auto mine = context.GetService(reg.GetReference());
+        ASSERT_TRUE(mine && theirs);
         ASSERT_EQ(1u, bundle.GetServicesInUse().size());
 
         bundle.Stop();
-        EXPECT_EQ(1, factory->ungot.load());
-        EXPECT_TRUE(reg.GetReference().GetUsingBundles().empty());
-        held.reset();
-        EXPECT_EQ(1, factory->ungot.load());
+        EXPECT_EQ(1, factory->ungot.load()) << "stopping a bundle releases the services it uses";
+        EXPECT_EQ(1u, reg.GetReference().GetUsingBundles().size());
+        reg.Unregister();
+        EXPECT_EQ(2, factory->ungot.load());
+        EXPECT_EQ(2, mine->Id()) << "the object itself lives as long as the pointer";
+        mine.reset();
+        theirs.reset();
+        EXPECT_EQ(2, factory->ungot.load());
     }
 
     TEST_F(ServiceFactoryTest, PrototypeServiceObjectsMakeAnObjectPerCall)
@@ -194,15 +184,11 @@ namespace
         reg.Unregister();
         EXPECT_EQ(3, factory->ungot.load()) << "b and the bundle's object were released";
         EXPECT_EQ(nullptr, objects.GetService());
-    }
 
-    TEST_F(ServiceFactoryTest, PlainServicesThroughServiceObjectsAreTheSingleton)
-    {
         auto impl = std::make_shared<CounterImpl>(5);
-        auto reg = context.RegisterService<Counter>(impl);
-        auto objects = context.GetServiceObjects(reg.GetReference());
-        EXPECT_EQ(impl.get(), objects.GetService().get());
-        EXPECT_EQ(impl.get(), objects.GetService().get());
+        auto plain = context.RegisterService<Counter>(impl);
+        EXPECT_EQ(impl.get(), context.GetServiceObjects(plain.GetReference()).GetService().get())
+            << "a plain service through ServiceObjects is the singleton";
     }
 
     TEST_F(ServiceFactoryTest, FactoryFailuresGiveNullAndAFrameworkError)
