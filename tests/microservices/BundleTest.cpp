@@ -152,71 +152,60 @@ namespace
         EXPECT_EQ(Bundle::STATE_ACTIVE, greeter.GetState());
     }
 
-    TEST_F(BundleTest, MissingActivatorSymbolsFailTheStart)
+    TEST_F(BundleTest, FailedStartsAndStopsNameTheCauseAndLeaveTheBundleResolved)
     {
-        auto bundle = Install(testbundles::Path("TestMissingActivatorBundle"));
-        try
-        {
-            bundle.Start();
-            FAIL() << "Start must throw";
-        }
-        catch (std::runtime_error const& e)
-        {
-            EXPECT_NE(std::string::npos,
-                      std::string(e.what()).find("start failed: the library has no "
-                                                 "_us_create_activator_test_missing_activator symbol"))
-                << e.what();
-        }
-        EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
-    }
-
-    TEST_F(BundleTest, AMissingLibraryFailsTheStartWithASharedLibraryException)
-    {
-        auto const location = (storage / "no-such-library.so").string();
         AnyMap manifest(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS);
         manifest.emplace(Constants::BUNDLE_ACTIVATOR, Any(true));
         AnyMap manifests(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS);
         manifests.emplace("test_ghost", Any(manifest));
+        auto const ghostLocation = (storage / "no-such-library.so").string();
+        auto ghosts = context.InstallBundles(ghostLocation, manifests);
+        ASSERT_EQ(1u, ghosts.size());
+        auto stopThrows = Install(testbundles::Path("TestStopThrowsBundle"));
+        stopThrows.Start();
 
-        auto bundles = context.InstallBundles(location, manifests);
-        ASSERT_EQ(1u, bundles.size());
-        EXPECT_EQ("test_ghost", bundles[0].GetSymbolicName());
-        try
+        struct Row
         {
-            bundles[0].Start();
-            FAIL() << "Start must throw";
-        }
-        catch (SharedLibraryException const& e)
+            char const* what;
+            Bundle bundle;
+            bool stop;
+            std::string text;
+        };
+        std::vector<Row> const rows = {
+            { "missing activator symbols", Install(testbundles::Path("TestMissingActivatorBundle")), false,
+              "start failed: the library has no _us_create_activator_test_missing_activator symbol" },
+            { "missing library", ghosts[0], false, ghostLocation },
+            { "throwing stop", stopThrows, true, "stop failed: activator refused to stop" },
+        };
+        for (auto row : rows)
         {
-            EXPECT_EQ(bundles[0], e.GetBundle());
-            EXPECT_NE(std::string::npos, std::string(e.what()).find(location)) << e.what();
+            try
+            {
+                row.stop ? row.bundle.Stop() : row.bundle.Start();
+                ADD_FAILURE() << row.what << ": no exception";
+            }
+            catch (SharedLibraryException const& e)
+            {
+                EXPECT_EQ(row.bundle, e.GetBundle()) << row.what;
+                EXPECT_NE(std::string::npos, std::string(e.what()).find(row.text)) << row.what << ": " << e.what();
+            }
+            catch (std::runtime_error const& e)
+            {
+                EXPECT_NE(std::string::npos, std::string(e.what()).find(row.text)) << row.what << ": " << e.what();
+            }
+            EXPECT_EQ(Bundle::STATE_RESOLVED, row.bundle.GetState()) << row.what;
+            EXPECT_FALSE(row.bundle.GetBundleContext()) << row.what;
         }
-        EXPECT_EQ(Bundle::STATE_RESOLVED, bundles[0].GetState());
         EXPECT_TRUE(context);
     }
 
-    TEST_F(BundleTest, AThrowingStopStillStopsTheBundle)
-    {
-        auto bundle = Install(testbundles::Path("TestStopThrowsBundle"));
-        bundle.Start();
-        try
-        {
-            bundle.Stop();
-            FAIL() << "Stop must throw";
-        }
-        catch (std::runtime_error const& e)
-        {
-            EXPECT_NE(std::string::npos, std::string(e.what()).find("stop failed: activator refused to stop"));
-        }
-        EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
-        EXPECT_FALSE(bundle.GetBundleContext());
-    }
-
-    TEST_F(BundleTest, UninstallRemovesTheBundleButKeepsItsHeadersReadable)
+    TEST_F(BundleTest, InstallingTwiceGivesTheSameBundleAndUninstallKeepsItsHeadersReadable)
     {
         auto log = std::make_shared<BundleLog>();
         auto token = context.AddBundleListener([log](BundleEvent const& e) { (*log)(e); });
         auto bundle = Install(testbundles::Path("TestGreeterBundle"));
+        EXPECT_EQ(bundle, Install(testbundles::Path("TestGreeterBundle")));
+        EXPECT_EQ(2u, context.GetBundles().size());
         bundle.Start();
         auto const id = bundle.GetBundleId();
 
@@ -229,17 +218,6 @@ namespace
         EXPECT_THROW(bundle.Uninstall(), std::logic_error);
         EXPECT_EQ(BundleEvent::BUNDLE_UNINSTALLED, log->Types().back());
         EXPECT_THROW(framework->Uninstall(), std::logic_error);
-    }
-
-    TEST_F(BundleTest, InstallingALocationTwiceReturnsTheSameBundle)
-    {
-        auto first = Install(testbundles::Path("TestGreeterBundle"));
-        auto second = Install(testbundles::Path("TestGreeterBundle"));
-        EXPECT_EQ(first, second);
-        EXPECT_EQ(2u, context.GetBundles().size());
-        EXPECT_EQ(1u, context.GetBundles(testbundles::Path("TestGreeterBundle")).size());
-        EXPECT_EQ(first, context.GetBundle(first.GetBundleId()));
-        EXPECT_FALSE(context.GetBundle(12345));
     }
 
     TEST_F(BundleTest, ABundleCannotStartOrStopItselfFromInsideItsOwnTransition)
