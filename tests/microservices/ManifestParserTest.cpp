@@ -10,7 +10,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <sstream>
 
 using namespace cppmicroservices;
@@ -97,64 +96,49 @@ namespace
         struct Case
         {
             std::string name;
-            std::function<std::string()> makeFile; // returns the location
+            std::string location;
             Kind kind;
-            std::string reason;                    // after "Failed to install bundle library at location <p>: "
+            std::string reason; // after "Failed to install bundle library at location <p>: "
         };
+        int files = 0;
+        auto file = [&](std::string const& bytes) { return FileWith(std::to_string(++files) + ".so", bytes); };
+        auto manifest = [&](std::string const& json) { return file(WithTrailer(json)); };
+        auto const runtime = Kind::Runtime;
+        auto const invalid = Kind::InvalidArgument;
+        std::string const noManifest = "the file holds no embedded bundle manifest";
+        std::string const noName = "the manifest has no bundle.symbolic_name";
         std::vector<Case> const cases = {
-            { "missing file", [&] { return (storage / "absent.so").string(); }, Kind::Runtime,
-              "the file cannot be opened" },
-            { "empty file", [&] { return FileWith("empty.so", ""); }, Kind::Runtime,
-              "the file holds no embedded bundle manifest" },
-            { "plain library", [&] { return testbundles::Path("TestPlainLibrary"); }, Kind::Runtime,
-              "the file holds no embedded bundle manifest" },
-            { "bundle cut in half", [&] { return FileWith("half.so", greeter.substr(0, greeter.size() / 2)); },
-              Kind::Runtime, "the file holds no embedded bundle manifest" },
-            { "bundle missing its last byte",
-              [&] { return FileWith("short.so", greeter.substr(0, greeter.size() - 1)); }, Kind::Runtime,
-              "the file holds no embedded bundle manifest" },
-            { "length not a number", [&] { return FileWith("digits.so", "body00000000000x12#US-MANIFEST-V1#"); },
-              Kind::Runtime, "the embedded manifest trailer is corrupt" },
-            { "length past the start", [&] { return FileWith("long.so", "{}0000000000000100#US-MANIFEST-V1#"); },
-              Kind::Runtime, "the embedded manifest is longer than the file" },
-            { "length absurd", [&] { return FileWith("huge.so", "{}9999999999999999#US-MANIFEST-V1#"); },
-              Kind::Runtime, "the embedded manifest is larger than 4 MiB" },
-            { "not JSON", [&] { return FileWith("json.so", WithTrailer("{\"bundle.symbolic_name\": ")); },
-              Kind::Runtime, "the manifest is not valid JSON (error at byte 26)" },
-            { "JSON array", [&] { return FileWith("array.so", WithTrailer("[1, 2]")); }, Kind::Runtime,
-              "the manifest is not a JSON object" },
-            { "too deep", [&] { return FileWith("deep.so", WithTrailer(std::string(200, '[') + std::string(200, ']'))); },
-              Kind::Runtime, "the manifest nests deeper than 64 levels" },
-            { "case variants",
-              [&] { return FileWith("case.so", WithTrailer(R"({"bundle.symbolic_name": "x", "A": 1, "a": 2})")); },
-              Kind::Runtime, "the manifest has keys that differ only in case: 'a'" },
-            { "no symbolic name", [&] { return FileWith("nobsn.so", WithTrailer(R"({"bundle.name": "x"})")); },
-              Kind::InvalidArgument, "the manifest has no bundle.symbolic_name" },
-            { "null symbolic name", [&] { return FileWith("nullbsn.so", WithTrailer(R"({"bundle.symbolic_name": null})")); },
-              Kind::InvalidArgument, "the manifest has no bundle.symbolic_name" },
-            { "numeric symbolic name",
-              [&] { return FileWith("numbsn.so", WithTrailer(R"({"bundle.symbolic_name": 12})")); },
-              Kind::InvalidArgument, "bundle.symbolic_name is not a string" },
-            { "empty symbolic name",
-              [&] { return FileWith("emptybsn.so", WithTrailer(R"({"bundle.symbolic_name": ""})")); },
-              Kind::InvalidArgument, "bundle.symbolic_name '' is not a valid C identifier" },
-            { "dashed symbolic name",
-              [&] { return FileWith("dashbsn.so", WithTrailer(R"({"bundle.symbolic_name": "my-bundle"})")); },
-              Kind::InvalidArgument, "bundle.symbolic_name 'my-bundle' is not a valid C identifier" },
-            { "bad version",
-              [&]
-              {
-                  return FileWith("version.so",
-                                  WithTrailer(R"({"bundle.symbolic_name": "v", "bundle.version": "1.x"})"));
-              },
-              Kind::InvalidArgument, "bundle.version '1.x' is not a valid version" },
-            { "numeric version",
-              [&]
-              { return FileWith("numversion.so", WithTrailer(R"({"bundle.symbolic_name": "v", "bundle.version": 1})")); },
-              Kind::InvalidArgument, "bundle.version is not a string" },
-            { "taken symbolic name",
-              [&] { return FileWith("dup.so", WithTrailer(R"({"bundle.symbolic_name": "test_greeter"})")); },
-              Kind::InvalidArgument,
+            { "missing file", (storage / "absent.so").string(), runtime, "the file cannot be opened" },
+            { "empty file", file(""), runtime, noManifest },
+            { "plain library", testbundles::Path("TestPlainLibrary"), runtime, noManifest },
+            { "bundle cut in half", file(greeter.substr(0, greeter.size() / 2)), runtime, noManifest },
+            { "bundle missing its last byte", file(greeter.substr(0, greeter.size() - 1)), runtime, noManifest },
+            { "length not a number", file("body00000000000x12#US-MANIFEST-V1#"), runtime,
+              "the embedded manifest trailer is corrupt" },
+            { "length past the start", file("{}0000000000000100#US-MANIFEST-V1#"), runtime,
+              "the embedded manifest is longer than the file" },
+            { "length absurd", file("{}9999999999999999#US-MANIFEST-V1#"), runtime,
+              "the embedded manifest is larger than 4 MiB" },
+            { "not JSON", manifest("{\"bundle.symbolic_name\": "), runtime,
+              "the manifest is not valid JSON (error at byte 26)" },
+            { "JSON array", manifest("[1, 2]"), runtime, "the manifest is not a JSON object" },
+            { "too deep", manifest(std::string(200, '[') + std::string(200, ']')), runtime,
+              "the manifest nests deeper than 64 levels" },
+            { "case variants", manifest(R"({"bundle.symbolic_name": "x", "A": 1, "a": 2})"), runtime,
+              "the manifest has keys that differ only in case: 'a'" },
+            { "no symbolic name", manifest(R"({"bundle.name": "x"})"), invalid, noName },
+            { "null symbolic name", manifest(R"({"bundle.symbolic_name": null})"), invalid, noName },
+            { "numeric symbolic name", manifest(R"({"bundle.symbolic_name": 12})"), invalid,
+              "bundle.symbolic_name is not a string" },
+            { "empty symbolic name", manifest(R"({"bundle.symbolic_name": ""})"), invalid,
+              "bundle.symbolic_name '' is not a valid C identifier" },
+            { "dashed symbolic name", manifest(R"({"bundle.symbolic_name": "my-bundle"})"), invalid,
+              "bundle.symbolic_name 'my-bundle' is not a valid C identifier" },
+            { "bad version", manifest(R"({"bundle.symbolic_name": "v", "bundle.version": "1.x"})"), invalid,
+              "bundle.version '1.x' is not a valid version" },
+            { "numeric version", manifest(R"({"bundle.symbolic_name": "v", "bundle.version": 1})"), invalid,
+              "bundle.version is not a string" },
+            { "taken symbolic name", manifest(R"({"bundle.symbolic_name": "test_greeter"})"), invalid,
               "a bundle with symbolic name 'test_greeter' is already installed from "
                   + testbundles::Path("TestGreeterBundle") },
         };
@@ -163,11 +147,10 @@ namespace
         auto const bundlesBefore = context.GetBundles().size();
         for (auto const& c : cases)
         {
-            std::string const location = c.makeFile();
-            std::string const expected = "Failed to install bundle library at location " + location + ": " + c.reason;
+            std::string const expected = "Failed to install bundle library at location " + c.location + ": " + c.reason;
             try
             {
-                context.InstallBundles(location);
+                context.InstallBundles(c.location);
                 ADD_FAILURE() << c.name << ": no exception";
             }
             catch (std::invalid_argument const& e)
