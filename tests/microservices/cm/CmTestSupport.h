@@ -88,26 +88,14 @@ namespace cmtest
         std::vector<Call> calls; // guarded by callsMutex
     };
 
-    // A factory recording its calls; hook, when set, runs inside each call
-    // (after recording) and may throw.
-    class RecordingFactory : public cppmicroservices::service::cm::ManagedServiceFactory
+    // Records each call; hook, when set (before registering), runs inside the
+    // call after recording and may throw.
+    struct Recorder
     {
-      public:
         void
-        Updated(std::string const& pid, AnyMap const& properties) override
+        Record(Call::Kind kind, std::string const& pid, AnyMap const& properties)
         {
-            log.Add({ Call::Updated, pid, properties, std::this_thread::get_id() });
-            if (hook)
-            {
-                hook();
-            }
-        }
-
-        void
-        Removed(std::string const& pid) override
-        {
-            log.Add({ Call::Removed, pid, AnyMap(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS),
-                      std::this_thread::get_id() });
+            log.Add({ kind, pid, properties, std::this_thread::get_id() });
             if (hook)
             {
                 hook();
@@ -115,11 +103,27 @@ namespace cmtest
         }
 
         CallLog log;
-        std::function<void()> hook; ///< set before registering
+        std::function<void()> hook;
+    };
+
+    class RecordingFactory : public cppmicroservices::service::cm::ManagedServiceFactory, public Recorder
+    {
+      public:
+        void
+        Updated(std::string const& pid, AnyMap const& properties) override
+        {
+            Record(Call::Updated, pid, properties);
+        }
+
+        void
+        Removed(std::string const& pid) override
+        {
+            Record(Call::Removed, pid, AnyMap(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS));
+        }
     };
 
     // A managed service recording its calls; an empty map is a removal.
-    class RecordingService : public cppmicroservices::service::cm::ManagedService
+    class RecordingService : public cppmicroservices::service::cm::ManagedService, public Recorder
     {
       public:
         explicit RecordingService(std::string pid = "") : pid(std::move(pid)) {}
@@ -127,17 +131,10 @@ namespace cmtest
         void
         Updated(AnyMap const& properties) override
         {
-            log.Add({ properties.empty() ? Call::Removed : Call::Updated, pid, properties,
-                      std::this_thread::get_id() });
-            if (hook)
-            {
-                hook();
-            }
+            Record(properties.empty() ? Call::Removed : Call::Updated, pid, properties);
         }
 
         std::string const pid;
-        CallLog log;
-        std::function<void()> hook; ///< set before registering
     };
 
     // Holds the delivery thread inside a ManagedService callback until

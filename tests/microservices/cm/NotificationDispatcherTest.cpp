@@ -7,6 +7,7 @@
 #include "cppmicroservices/cm/ConfigurationException.hpp"
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <set>
 #include <stdexcept>
@@ -29,11 +30,11 @@ namespace
       protected:
         // Blocks the delivery thread in a Gate until the returned gate opens.
         std::shared_ptr<Gate>
-        BlockDelivery()
+        BlockDelivery(std::string const& pid = "gate")
         {
             auto gate = std::make_shared<Gate>();
-            gateRegistration = Register<ManagedService>(gate, std::string("gate"));
-            admin->GetConfiguration("gate")->Update(AnyMap{ { "n", 1 } });
+            gateRegistration = Register<ManagedService>(gate, pid);
+            admin->GetConfiguration(pid)->Update(AnyMap{ { "n", 1 } });
             EXPECT_TRUE(gate->WaitUntilEntered());
             return gate;
         }
@@ -101,11 +102,19 @@ TEST_F(NotificationDispatcherTest, FactorySeesConfigurationsFromBeforeAndAfterIt
     }
 }
 
-TEST_F(NotificationDispatcherTest, ManyUpdatesArriveInTheOrderTheyWereMade)
+TEST_F(NotificationDispatcherTest, ManyUpdatesArriveInOrderAndTheFutureWaitsForEveryService)
 {
-    auto service = std::make_shared<RecordingService>("ordered");
-    auto registration = Register<ManagedService>(service, std::string("ordered"));
-    auto configuration = admin->GetConfiguration("ordered");
+    std::vector<std::shared_ptr<RecordingFactory>> factories;
+    std::vector<ServiceRegistration<ManagedServiceFactory>> registrations;
+    for (int i = 0; i < 5; ++i)
+    {
+        factories.push_back(std::make_shared<RecordingFactory>());
+        registrations.push_back(Register<ManagedServiceFactory>(factories.back(), std::string("fp")));
+    }
+    auto service = std::make_shared<RecordingService>("fp~a");
+    auto serviceRegistration = Register<ManagedService>(service, std::string("fp~a"));
+
+    auto configuration = admin->GetFactoryConfiguration("fp", "a");
     std::shared_future<void> last;
     for (int n = 1; n <= 300; ++n)
     {
@@ -118,48 +127,13 @@ TEST_F(NotificationDispatcherTest, ManyUpdatesArriveInTheOrderTheyWereMade)
     {
         EXPECT_EQ(n, N(calls[n - 1].properties));
     }
-}
-
-TEST_F(NotificationDispatcherTest, UpdateFutureIsReadyOnlyAfterEveryServiceWasCalled)
-{
-    std::vector<std::shared_ptr<RecordingFactory>> factories;
-    std::vector<ServiceRegistration<ManagedServiceFactory>> registrations;
-    for (int i = 0; i < 5; ++i)
-    {
-        factories.push_back(std::make_shared<RecordingFactory>());
-        registrations.push_back(Register<ManagedServiceFactory>(factories.back(), std::string("fp")));
-    }
-    auto service = std::make_shared<RecordingService>("fp~a");
-    auto serviceRegistration = Register<ManagedService>(service, std::string("fp~a"));
-
-    ASSERT_TRUE(Ready(admin->GetFactoryConfiguration("fp", "a")->Update(AnyMap{ { "n", 7 } })));
     for (auto const& factory : factories)
     {
-        EXPECT_EQ(1u, factory->log.Calls().size()) << "the future was ready before a factory was called";
+        EXPECT_EQ(300u, factory->log.Calls().size()) << "the future was ready before a factory was called";
     }
-    EXPECT_EQ(1u, service->log.Calls().size());
 }
 
-TEST_F(NotificationDispatcherTest, CreatingAConfigurationNotifiesNobody)
-{
-    auto factory = std::make_shared<RecordingFactory>();
-    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
-    std::vector<std::string> events;
-    std::mutex eventsMutex;
-    auto listener = std::make_shared<RecordingListener>(events, eventsMutex);
-    auto listenerRegistration = context.RegisterService<ConfigurationListener>(listener);
-
-    admin->CreateFactoryConfiguration("fp");
-    auto unused = admin->GetFactoryConfiguration("fp", "unused");
-    ASSERT_TRUE(Ready(unused->Remove())) << "removing a never-updated configuration";
-    ASSERT_TRUE(Ready(admin->GetConfiguration("marker")->Update(AnyMap{ { "n", 1 } })));
-
-    EXPECT_TRUE(factory->log.Calls().empty());
-    std::lock_guard<std::mutex> lock(eventsMutex);
-    EXPECT_EQ((std::vector<std::string>{ "updated marker (factory )" }), events);
-}
-
-TEST_F(NotificationDispatcherTest, ListenersHearEachChangeBeforeManagedServicesWithTheAdminReference)
+TEST_F(NotificationDispatcherTest, ListenersHearEachChangeBeforeManagedServicesAndCreationNotifiesNobody)
 {
     std::vector<std::string> order;
     std::mutex orderMutex;
@@ -173,6 +147,9 @@ TEST_F(NotificationDispatcherTest, ListenersHearEachChangeBeforeManagedServicesW
     };
     auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
 
+    // Creating, or removing a configuration never updated, notifies nobody.
+    admin->CreateFactoryConfiguration("fp");
+    admin->GetFactoryConfiguration("fp", "unused")->Remove();
     auto configuration = admin->GetFactoryConfiguration("fp", "a");
     configuration->Update(AnyMap{ { "n", 1 } });
     admin->GetConfiguration("plain")->Update(AnyMap{ { "n", 1 } });
@@ -238,65 +215,88 @@ TEST_F(NotificationDispatcherTest, ChangingServicePidMovesTheServiceToTheNewConf
     ASSERT_TRUE(service->log.WaitForCount(2));
     ASSERT_TRUE(Ready(admin->GetConfiguration("first")->Update(AnyMap{ { "n", 10 } })));
 
+    registration.Unregister();
+    ASSERT_TRUE(Ready(admin->GetConfiguration("second")->Update(AnyMap{ { "n", 20 } })));
+
     auto const calls = service->log.Calls();
-    ASSERT_EQ(2u, calls.size());
+    ASSERT_EQ(2u, calls.size()) << "neither the old pid nor, once unregistered, the new one reaches it";
     EXPECT_EQ(1, N(calls[0].properties));
     EXPECT_EQ(2, N(calls[1].properties));
 }
 
-TEST_F(NotificationDispatcherTest, UpdateQueuedBeforeRegistrationIsNotDeliveredTwice)
+// While the delivery thread is held, a factory registers between queued
+// changes: once released it sees each state at most once, in order, and ends
+// with the newest.
+TEST_F(NotificationDispatcherTest, ChangesQueuedAroundARegistrationAreDeliveredOnceInOrderEndingWithTheNewest)
 {
-    auto gate = BlockDelivery();
-    auto configuration = admin->GetFactoryConfiguration("fp", "a");
-    auto queued = configuration->Update(AnyMap{ { "n", 1 } });
-    auto factory = std::make_shared<RecordingFactory>();
-    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
-    gate->Open();
-    ASSERT_TRUE(Ready(queued));
-    ASSERT_TRUE(Ready(admin->GetConfiguration("marker")->Update()));
-
-    auto const calls = factory->log.Calls();
-    ASSERT_EQ(1u, calls.size()) << "the queued change and the registration delivered the same count";
-    EXPECT_EQ(1, N(calls[0].properties));
-}
-
-TEST_F(NotificationDispatcherTest, StaleQueuedUpdatesNeverFollowANewerState)
-{
-    auto gate = BlockDelivery();
-    auto configuration = admin->GetFactoryConfiguration("fp", "a");
-    configuration->Update(AnyMap{ { "n", 1 } });
-    auto factory = std::make_shared<RecordingFactory>();
-    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
-    configuration->Update(AnyMap{ { "n", 2 } });
-    auto last = configuration->Update(AnyMap{ { "n", 3 } });
-    gate->Open();
-    ASSERT_TRUE(Ready(last));
-
-    auto const calls = factory->log.Calls();
-    ASSERT_FALSE(calls.empty());
-    for (std::size_t i = 1; i < calls.size(); ++i)
+    struct Row
     {
-        EXPECT_LT(N(calls[i - 1].properties), N(calls[i].properties)) << "call " << i;
+        char const* what;
+        std::function<std::shared_future<void>(std::string const& factoryPid, std::function<void()> const& registerFactory)> steps;
+        std::size_t calls; ///< 0: any number
+        int last;
+    };
+    std::vector<Row> const rows = {
+        { "update queued before the registration",
+          [&](std::string const& fp, std::function<void()> const& registerFactory)
+          {
+              auto queued = admin->GetFactoryConfiguration(fp, "a")->Update(AnyMap{ { "n", 1 } });
+              registerFactory();
+              return queued;
+          },
+          1, 1 },
+        { "stale updates around the registration",
+          [&](std::string const& fp, std::function<void()> const& registerFactory)
+          {
+              auto configuration = admin->GetFactoryConfiguration(fp, "a");
+              configuration->Update(AnyMap{ { "n", 1 } });
+              registerFactory();
+              configuration->Update(AnyMap{ { "n", 2 } });
+              return configuration->Update(AnyMap{ { "n", 3 } });
+          },
+          0, 3 },
+        { "removed and recreated",
+          [&](std::string const& fp, std::function<void()> const& registerFactory)
+          {
+              auto old = admin->GetFactoryConfiguration(fp, "a");
+              old->Update(AnyMap{ { "n", 1 } });
+              registerFactory();
+              old->Remove();
+              return admin->GetFactoryConfiguration(fp, "a")->Update(AnyMap{ { "n", 2 } });
+          },
+          0, 2 },
+    };
+    int index = 0;
+    for (auto const& row : rows)
+    {
+        std::string const suffix = std::to_string(index++);
+        auto gate = BlockDelivery("gate" + suffix);
+        auto factory = std::make_shared<RecordingFactory>();
+        ServiceRegistration<ManagedServiceFactory> registration;
+        auto last = row.steps("fp" + suffix,
+                              [&] { registration = Register<ManagedServiceFactory>(factory, "fp" + suffix); });
+        gate->Open();
+        ASSERT_TRUE(Ready(last)) << row.what;
+        ASSERT_TRUE(Ready(admin->GetConfiguration("marker")->Update())) << row.what;
+
+        auto const calls = factory->log.Calls();
+        ASSERT_FALSE(calls.empty()) << row.what;
+        if (row.calls != 0)
+        {
+            EXPECT_EQ(row.calls, calls.size()) << row.what << ": a state was delivered twice";
+        }
+        int previous = 0;
+        for (auto const& call : calls)
+        {
+            if (call.kind == Call::Updated)
+            {
+                EXPECT_LT(previous, N(call.properties)) << row.what << ": out of order or delivered twice";
+                previous = N(call.properties);
+            }
+        }
+        EXPECT_EQ(Call::Updated, calls.back().kind) << row.what;
+        EXPECT_EQ(row.last, N(calls.back().properties)) << row.what;
     }
-    EXPECT_EQ(3, N(calls.back().properties));
-}
-
-TEST_F(NotificationDispatcherTest, RemoveAndRecreateWhileDeliveryIsBlockedEndsWithTheNewConfiguration)
-{
-    auto gate = BlockDelivery();
-    auto old = admin->GetFactoryConfiguration("fp", "a");
-    old->Update(AnyMap{ { "n", 1 } });
-    auto factory = std::make_shared<RecordingFactory>();
-    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
-    old->Remove();
-    auto last = admin->GetFactoryConfiguration("fp", "a")->Update(AnyMap{ { "n", 2 } });
-    gate->Open();
-    ASSERT_TRUE(Ready(last));
-
-    auto const calls = factory->log.Calls();
-    ASSERT_FALSE(calls.empty());
-    EXPECT_EQ(Call::Updated, calls.back().kind);
-    EXPECT_EQ(2, N(calls.back().properties));
 }
 
 TEST_F(NotificationDispatcherTest, ThrowingServicesAreLoggedAndOthersStillGetTheChange)
@@ -324,18 +324,6 @@ TEST_F(NotificationDispatcherTest, ThrowingServicesAreLoggedAndOthersStillGetThe
     EXPECT_TRUE(capture.WaitForText("rejected the update of configuration fp~a: port out of range (property port)"));
     EXPECT_TRUE(capture.WaitForText("threw during the update of configuration fp~a: boom"));
     EXPECT_TRUE(capture.WaitForText("threw an unknown exception during the update of configuration fp~a"));
-}
-
-TEST_F(NotificationDispatcherTest, UnregisteredServiceIsNoLongerCalled)
-{
-    auto factory = std::make_shared<RecordingFactory>();
-    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
-    auto configuration = admin->GetFactoryConfiguration("fp", "a");
-    ASSERT_TRUE(Ready(configuration->Update(AnyMap{ { "n", 1 } })));
-    registration.Unregister();
-    ASSERT_TRUE(Ready(configuration->Update(AnyMap{ { "n", 2 } })));
-    ASSERT_TRUE(Ready(configuration->Remove()));
-    EXPECT_EQ(1u, factory->log.Calls().size());
 }
 
 TEST_F(NotificationDispatcherTest, ConcurrentUpdatesAndRegistrationsDeliverEachPidInOrderWithoutDuplicates)
