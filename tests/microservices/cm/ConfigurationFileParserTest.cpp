@@ -88,7 +88,8 @@ TEST(ConfigurationFileParserTest, NumbersKeepTheirRangeAndMapsAreCaseInsensitive
 {
     AnyMap const properties = ConfigurationFileParser::Parse(R"({
         "min": -2147483648, "max": 2147483647, "below": -2147483649, "above": 2147483648,
-        "huge": 18446744073709551615, "real": 1.0, "Outer": {"Inner": [{"Key": "v"}]}
+        "huge": 18446744073709551615, "real": 1.0, "Outer": {"Inner": [{"Key": "v"}]},
+        "nothing": null, "list": [true, "two", null]
     })");
     EXPECT_EQ(INT_MIN, any_cast<int>(properties.at("min")));
     EXPECT_EQ(INT_MAX, any_cast<int>(properties.at("max")));
@@ -98,6 +99,12 @@ TEST(ConfigurationFileParserTest, NumbersKeepTheirRangeAndMapsAreCaseInsensitive
     EXPECT_EQ(1.0, any_cast<double>(properties.at("real")));
     EXPECT_EQ("v", any_cast<std::string>(properties.AtCompoundKey("OUTER.inner.0.key")));
     EXPECT_EQ(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS, properties.GetType());
+    EXPECT_EQ(0u, properties.count("nothing")) << "a null member is left out";
+    auto const list = any_cast<std::vector<Any>>(properties.at("list"));
+    ASSERT_EQ(3u, list.size());
+    EXPECT_TRUE(any_cast<bool>(list[0]));
+    EXPECT_EQ("two", any_cast<std::string>(list[1]));
+    EXPECT_TRUE(list[2].Empty()) << "a null element stays, empty";
 }
 
 TEST(ConfigurationFileNameTest, OnlyFactoryPidTildeNameDotJsonHoldsAConfiguration)
