@@ -21,17 +21,6 @@ namespace
     };
 } // namespace
 
-TEST_F(ConfigurationAdminActivatorTest, ServiceIsRegisteredWhileTheBundleIsActiveOnly)
-{
-    EXPECT_EQ("configuration_admin", cmBundle.GetSymbolicName());
-    cmBundle.Stop();
-    EXPECT_FALSE(context.GetServiceReference<ConfigurationAdmin>());
-    cmBundle.Start();
-    auto reference = context.GetServiceReference<ConfigurationAdmin>();
-    ASSERT_TRUE(reference);
-    EXPECT_EQ(cmBundle, reference.GetBundle());
-}
-
 TEST_F(ConfigurationAdminActivatorTest, StopWhileUpdatesAreInFlightReturnsAndDeliversNothingAfterwards)
 {
     constexpr int kUpdaters = 6;
@@ -112,12 +101,15 @@ TEST_F(ConfigurationAdminActivatorTest, StoppingTheBundleFromInsideADeliveryDoes
     ASSERT_TRUE(Ready(first)) << "the delivery that stopped the bundle never finished";
     EXPECT_TRUE(stopped);
     EXPECT_EQ(Bundle::STATE_RESOLVED, cmBundle.GetState());
+    EXPECT_FALSE(context.GetServiceReference<ConfigurationAdmin>()) << "withdrawn while the bundle is stopped";
     EXPECT_TRUE(Ready(configuration->Update(AnyMap{ { "n", 2 } })));
     EXPECT_EQ(1u, service->log.Calls().size());
 
     // The bundle starts again with a fresh, empty Configuration Admin.
     cmBundle.Start();
-    auto fresh = context.GetService(context.GetServiceReference<ConfigurationAdmin>());
+    auto const reference = context.GetServiceReference<ConfigurationAdmin>();
+    EXPECT_EQ(cmBundle, reference.GetBundle());
+    auto fresh = context.GetService(reference);
     ASSERT_TRUE(fresh);
     EXPECT_TRUE(fresh->ListConfigurations().empty());
 }
