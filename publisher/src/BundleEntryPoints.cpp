@@ -7,6 +7,7 @@
 #include <cppmicroservices/GlobalConfig.h>
 #include <cppmicroservices/servicecomponent/detail/ComponentInstanceImpl.hpp>
 
+#include <memory>
 #include <new>
 #include <tuple>
 
@@ -17,8 +18,9 @@ using cppmicroservices::service::component::detail::ComponentInstance;
 using ServicePublisherInstance = cppmicroservices::service::component::detail::ComponentInstanceImpl<
     agent::spf::legacyservicepublisher::ServicePublisher,
     std::tuple<agent::spf::servicepublisher::ServicePublisher, cppmicroservices::service::cm::ManagedServiceFactory>,
-    agent::spf::servicepublisher::InvokablePublisher<agent::spf::core::Invokable>,
-    agent::spf::serialisation::SerialisationCatalogue, agent::spf::threadpoolprovider::ThreadPoolProvider>;
+    std::shared_ptr<agent::spf::servicepublisher::InvokablePublisher<agent::spf::core::Invokable>>,
+    std::shared_ptr<agent::spf::serialisation::SerialisationCatalogue>,
+    std::shared_ptr<agent::spf::threadpoolprovider::ThreadPoolProvider>>;
 
 }  // namespace
 
@@ -27,7 +29,7 @@ using ServicePublisherInstance = cppmicroservices::service::component::detail::C
 extern "C" US_ABI_EXPORT ComponentInstance* NewInstance_agent_spf_legacyservicepublisher_ServicePublisher() {
     try {
         return new (std::nothrow)
-            ServicePublisherInstance({{"InvokablePublisher", "SerialisationCatalogue", "ThreadpoolProvider"}});
+            ServicePublisherInstance({"InvokablePublisher", "SerialisationCatalogue", "ThreadpoolProvider"});
     } catch (...) {
         return nullptr;
     }

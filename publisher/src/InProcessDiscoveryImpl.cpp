@@ -22,7 +22,7 @@ std::unique_ptr<agent::directory::DirectoryServiceClient> InProcessDiscoveryImpl
     return std::make_unique<agent::directory::DirectoryServiceClient>(contextFactory_(concurrency), kDirectoryTimeout);
 }
 
-cppmicroservices::ServiceRegistrationBase registerInProcessDiscoveryImpl(const cppmicroservices::BundleContext& context,
+cppmicroservices::ServiceRegistrationBase registerInProcessDiscoveryImpl(cppmicroservices::BundleContext context,
                                                                         InProcessDiscoveryImpl::ContextFactory contextFactory) {
     const cppmicroservices::ServiceProperties properties{
         {"spf::legacyservicepublisher::selfPublished", cppmicroservices::Any(true)}};

@@ -30,7 +30,7 @@ private:
 
 // Registers a bridge for the connection's contexts with "spf::legacyservicepublisher::selfPublished"
 // set, so that the publisher's own tracker leaves it alone. Throws what RegisterService throws.
-cppmicroservices::ServiceRegistrationBase registerInProcessDiscoveryImpl(const cppmicroservices::BundleContext& context,
+cppmicroservices::ServiceRegistrationBase registerInProcessDiscoveryImpl(cppmicroservices::BundleContext context,
                                                                         InProcessDiscoveryImpl::ContextFactory contextFactory);
 
 }  // namespace agent::spf::legacyservicepublisher

@@ -33,7 +33,7 @@ void MicroServicesServiceBuilder::ensureBundleStarted() {
         return;
     }
     bundle.Start();
-    const auto context = bundle.GetBundleContext();
+    auto context = bundle.GetBundleContext();
     for (const auto& registered : bundle.GetRegisteredServices()) {
         const cppmicroservices::ServiceReference<ServiceBuilderBase> reference(registered);
         if (reference) {

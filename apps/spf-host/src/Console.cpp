@@ -92,7 +92,7 @@ std::chrono::milliseconds milliseconds(const std::string& text) {
     return std::chrono::milliseconds(value);
 }
 
-std::shared_ptr<InvokablePublisher> invokablePublisher(const cppmicroservices::BundleContext& context) {
+std::shared_ptr<InvokablePublisher> invokablePublisher(cppmicroservices::BundleContext context) {
     const auto reference = context.GetServiceReference<InvokablePublisher>();
     auto publisher = reference ? context.GetService(reference) : nullptr;
     if (!publisher) {

@@ -45,7 +45,8 @@ private:
     void wait(const std::vector<std::string>& words, std::ostream& out) const;
     void status(std::ostream& out) const;
 
-    cppmicroservices::BundleContext context_;
+    // A handle: a copy reaches the same bundle context, and its service calls are not const.
+    mutable cppmicroservices::BundleContext context_;
     const std::optional<std::filesystem::path> configurationFolder_;
 };
 

@@ -50,9 +50,11 @@ ServicePublisher::AgentStatus ServicePublisher::lookUpRunningAgents(const AgentI
         boost::optional<std::u16string> storageRoot;
         boost::optional<std::u16string> lockRoot;
         using Override = agent::spf::externalprocessdiscovery::UserStorageRootOverride;
-        const auto references = bundleContext.GetServiceReferences<Override>(filter);
+        // A copy of the handle: the context's service calls are not const.
+        auto context = bundleContext;
+        const auto references = context.GetServiceReferences<Override>(filter);
         if (!references.empty()) {
-            if (const auto override = bundleContext.GetService(references.front())) {
+            if (const auto override = context.GetService(references.front())) {
                 storageRoot = override->getUserStorageRootOverride();
                 lockRoot = override->getLockRootOverride();
             }

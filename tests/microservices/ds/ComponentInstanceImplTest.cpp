@@ -194,7 +194,7 @@ namespace
 
     TEST_F(ComponentInstanceImplTest, InjectsUnaryAndMultipleReferencesByNameBeforeConstruction)
     {
-        ComponentInstanceImpl<Injected, std::tuple<Api>, Dep, std::vector<std::shared_ptr<Dep>>> instance({ { "one", "many" } });
+        ComponentInstanceImpl<Injected, std::tuple<Api>, std::shared_ptr<Dep>, std::vector<std::shared_ptr<Dep>>> instance({ "one", "many" });
         instance.CreateInstance(context);
         instance.Activate();
         instance.Deactivate();
@@ -207,7 +207,7 @@ namespace
 
     TEST_F(ComponentInstanceImplTest, MissingReferenceFailsTheConstructionInsteadOfInjectingNull)
     {
-        ComponentInstanceImpl<Injected, std::tuple<Api>, Dep, std::vector<std::shared_ptr<Dep>>> instance({ { "absent", "many" } });
+        ComponentInstanceImpl<Injected, std::tuple<Api>, std::shared_ptr<Dep>, std::vector<std::shared_ptr<Dep>>> instance({ "absent", "many" });
         EXPECT_THROW(instance.CreateInstance(context), ComponentException);
         EXPECT_TRUE(calls.empty());
     }

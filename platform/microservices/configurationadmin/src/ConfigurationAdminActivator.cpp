@@ -59,7 +59,7 @@ namespace cppmicroservices::cmimpl
 
           private:
             void
-            Open(BundleContext const& context)
+            Open(BundleContext context)
             {
                 dispatcher = std::make_shared<NotificationDispatcher>();
                 admin = std::make_shared<ConfigurationAdminImpl>(dispatcher);

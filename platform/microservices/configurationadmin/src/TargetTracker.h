@@ -140,7 +140,7 @@ namespace cppmicroservices::cmimpl
             return description + ")";
         }
 
-        BundleContext const context;
+        BundleContext context;
         std::shared_ptr<NotificationDispatcher> const dispatcher;
         NotificationDispatcher::CurrentState const currentState;
         ServiceTracker<S, DeliveryTarget> tracker;

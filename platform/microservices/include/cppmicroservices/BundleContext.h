@@ -90,12 +90,12 @@ namespace cppmicroservices
         /// empty map or an empty interface id, std::runtime_error for property
         /// keys that differ only in case.
         [[nodiscard]] ServiceRegistrationU RegisterService(InterfaceMapConstPtr const& service,
-                                                           ServiceProperties const& properties = ServiceProperties()) const;
+                                                           ServiceProperties const& properties = ServiceProperties());
 
         /// Registers impl under I1 and Interfaces....
         template <class I1, class... Interfaces, class Impl>
         ServiceRegistration<I1, Interfaces...>
-        RegisterService(std::shared_ptr<Impl> const& impl, ServiceProperties const& properties = ServiceProperties()) const
+        RegisterService(std::shared_ptr<Impl> const& impl, ServiceProperties const& properties = ServiceProperties())
         {
             InterfaceMapConstPtr servicePtr = MakeInterfaceMap<I1, Interfaces...>(impl);
             return ServiceRegistration<I1, Interfaces...>(RegisterService(servicePtr, properties));
@@ -107,7 +107,7 @@ namespace cppmicroservices
         template <class I1, class... Interfaces>
         ServiceRegistration<I1, Interfaces...>
         RegisterService(std::shared_ptr<ServiceFactory> const& factory,
-                        ServiceProperties const& properties = ServiceProperties()) const
+                        ServiceProperties const& properties = ServiceProperties())
         {
             InterfaceMapConstPtr servicePtr = MakeInterfaceMap<I1, Interfaces...>(factory);
             return ServiceRegistration<I1, Interfaces...>(RegisterService(servicePtr, properties));
@@ -119,13 +119,13 @@ namespace cppmicroservices
         /// service.id); without, in registration order. Throws
         /// std::invalid_argument for a malformed filter.
         std::vector<ServiceReferenceU> GetServiceReferences(std::string const& clazz,
-                                                            std::string const& filter = std::string()) const;
+                                                            std::string const& filter = std::string());
 
         /// As above for S's interface id. Throws ServiceException if S has an
         /// empty interface id.
         template <class S>
         std::vector<ServiceReference<S>>
-        GetServiceReferences(std::string const& filter = std::string()) const
+        GetServiceReferences(std::string const& filter = std::string())
         {
             std::string const& clazz = us_service_interface_iid<S>();
             if (clazz.empty())
@@ -144,11 +144,11 @@ namespace cppmicroservices
         }
 
         /// The preferred service under clazz; invalid when there is none.
-        ServiceReferenceU GetServiceReference(std::string const& clazz) const;
+        ServiceReferenceU GetServiceReference(std::string const& clazz);
 
         template <class S>
         ServiceReference<S>
-        GetServiceReference() const
+        GetServiceReference()
         {
             std::string const& clazz = us_service_interface_iid<S>();
             if (clazz.empty())
@@ -166,14 +166,14 @@ namespace cppmicroservices
         /// failed (reported as a FRAMEWORK_ERROR event). May call a factory,
         /// and so block on user code. Throws std::invalid_argument for an
         /// invalid reference, IllegalStateException for an invalid context.
-        std::shared_ptr<void> GetService(ServiceReferenceBase const& reference) const;
+        std::shared_ptr<void> GetService(ServiceReferenceBase const& reference);
 
         /// As above, returning the whole interface map.
-        InterfaceMapConstPtr GetService(ServiceReferenceU const& reference) const;
+        InterfaceMapConstPtr GetService(ServiceReferenceU const& reference);
 
         template <class S>
         std::shared_ptr<S>
-        GetService(ServiceReference<S> const& reference) const
+        GetService(ServiceReference<S> const& reference)
         {
             return std::static_pointer_cast<S>(GetService(static_cast<ServiceReferenceBase const&>(reference)));
         }
@@ -183,7 +183,7 @@ namespace cppmicroservices
         /// IllegalStateException for an invalid context.
         template <class S>
         ServiceObjects<S>
-        GetServiceObjects(ServiceReference<S> const& reference) const
+        GetServiceObjects(ServiceReference<S> const& reference)
         {
             return ServiceObjects<S>(PrepareServiceObjects(reference), reference);
         }
@@ -194,14 +194,14 @@ namespace cppmicroservices
         /// SetProperties, and SERVICE_MODIFIED_ENDMATCH when it stops matching.
         /// Removed automatically when this bundle stops. Throws
         /// std::invalid_argument for a malformed filter.
-        ListenerToken AddServiceListener(ServiceListener const& delegate, std::string const& filter = std::string()) const;
-        ListenerToken AddBundleListener(BundleListener const& delegate) const;
-        ListenerToken AddFrameworkListener(FrameworkListener const& delegate) const;
+        ListenerToken AddServiceListener(ServiceListener const& delegate, std::string const& filter = std::string());
+        ListenerToken AddBundleListener(BundleListener const& delegate);
+        ListenerToken AddFrameworkListener(FrameworkListener const& delegate);
 
         /// Removes the listener token names; a no-op for an invalid token or
         /// one already removed. The listener may still be running on another
         /// thread when this returns, but is not called for later events.
-        void RemoveListener(ListenerToken token) const;
+        void RemoveListener(ListenerToken token);
 
         /// A path for a file of this bundle in the framework's storage folder
         /// (Constants::FRAMEWORK_STORAGE, default "fwdir"); the folder is
@@ -219,7 +219,7 @@ namespace cppmicroservices
         /// installed, std::logic_error if the framework is not running.
         std::vector<Bundle> InstallBundles(std::string const& location,
                                            AnyMap const& bundleManifest
-                                           = AnyMap(any_map::UNORDERED_MAP_CASEINSENSITIVE_KEYS)) const;
+                                           = AnyMap(any_map::UNORDERED_MAP_CASEINSENSITIVE_KEYS));
 
       private:
         friend struct detail::PrivateAccess;

@@ -155,7 +155,7 @@ namespace cppmicroservices
     }
 
     ServiceRegistrationU
-    BundleContext::RegisterService(InterfaceMapConstPtr const& service, ServiceProperties const& properties) const
+    BundleContext::RegisterService(InterfaceMapConstPtr const& service, ServiceProperties const& properties)
     {
         auto pinned = Pin(d);
         auto reg = pinned.core->services.Add(pinned.core, pinned.bundle, service, properties);
@@ -165,21 +165,21 @@ namespace cppmicroservices
     }
 
     std::vector<ServiceReferenceU>
-    BundleContext::GetServiceReferences(std::string const& clazz, std::string const& filter) const
+    BundleContext::GetServiceReferences(std::string const& clazz, std::string const& filter)
     {
         auto pinned = Pin(d);
         return pinned.core->services.Find(clazz, filter);
     }
 
     ServiceReferenceU
-    BundleContext::GetServiceReference(std::string const& clazz) const
+    BundleContext::GetServiceReference(std::string const& clazz)
     {
         auto pinned = Pin(d);
         return pinned.core->services.FindBest(clazz);
     }
 
     std::shared_ptr<void>
-    BundleContext::GetService(ServiceReferenceBase const& reference) const
+    BundleContext::GetService(ServiceReferenceBase const& reference)
     {
         auto pinned = PinForService(d);
         auto holder = Obtain(pinned, reference);
@@ -189,7 +189,7 @@ namespace cppmicroservices
     }
 
     InterfaceMapConstPtr
-    BundleContext::GetService(ServiceReferenceU const& reference) const
+    BundleContext::GetService(ServiceReferenceU const& reference)
     {
         auto pinned = PinForService(d);
         return MakeServiceMapPointer(Obtain(pinned, reference));
@@ -207,28 +207,28 @@ namespace cppmicroservices
     }
 
     ListenerToken
-    BundleContext::AddServiceListener(ServiceListener const& delegate, std::string const& filter) const
+    BundleContext::AddServiceListener(ServiceListener const& delegate, std::string const& filter)
     {
         auto pinned = Pin(d);
         return detail::PrivateAccess::MakeToken(pinned.core->listeners.AddServiceListener(d, delegate, filter));
     }
 
     ListenerToken
-    BundleContext::AddBundleListener(BundleListener const& delegate) const
+    BundleContext::AddBundleListener(BundleListener const& delegate)
     {
         auto pinned = Pin(d);
         return detail::PrivateAccess::MakeToken(pinned.core->listeners.AddBundleListener(d, delegate));
     }
 
     ListenerToken
-    BundleContext::AddFrameworkListener(FrameworkListener const& delegate) const
+    BundleContext::AddFrameworkListener(FrameworkListener const& delegate)
     {
         auto pinned = Pin(d);
         return detail::PrivateAccess::MakeToken(pinned.core->listeners.AddFrameworkListener(d, delegate));
     }
 
     void
-    BundleContext::RemoveListener(ListenerToken token) const
+    BundleContext::RemoveListener(ListenerToken token)
     {
         auto pinned = Pin(d);
         if (token)
@@ -249,7 +249,7 @@ namespace cppmicroservices
     }
 
     std::vector<Bundle>
-    BundleContext::InstallBundles(std::string const& location, AnyMap const& bundleManifest) const
+    BundleContext::InstallBundles(std::string const& location, AnyMap const& bundleManifest)
     {
         auto pinned = Pin(d);
         if (!pinned.core->IsRunning())

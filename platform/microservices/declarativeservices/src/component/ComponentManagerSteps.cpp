@@ -351,7 +351,8 @@ namespace cppmicroservices::ds
         std::string failure;
         try
         {
-            registration = description->bundleContext.RegisterService(interfaces, step.properties);
+            BundleContext context = description->bundleContext;
+            registration = context.RegisterService(interfaces, step.properties);
         }
         catch (std::exception const& e)
         {

@@ -62,15 +62,17 @@ namespace cppmicroservices::ds
     {
         auto const& reference = description->metadata->references[index];
         BoundService bound{ match, nullptr, nullptr };
+        // The description is shared read-only and BundleContext's service calls are not const.
+        BundleContext context = description->bundleContext;
         try
         {
             if (reference.scope == "bundle")
             {
-                bound.objects = description->bundleContext.GetService(match.reference);
+                bound.objects = context.GetService(match.reference);
             }
             else
             {
-                bound.objects = description->bundleContext.GetServiceObjects(match.reference).GetService();
+                bound.objects = context.GetServiceObjects(match.reference).GetService();
             }
         }
         catch (std::exception const&)

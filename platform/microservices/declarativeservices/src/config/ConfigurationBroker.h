@@ -69,7 +69,7 @@ namespace cppmicroservices::ds
         static std::optional<AnyMap> Read(service::cm::ConfigurationAdmin& admin, std::string const& pid);
         std::vector<std::shared_ptr<ComponentManager>> Managers() const;
 
-        BundleContext const context;
+        BundleContext context;
 
         mutable std::mutex brokerMutex; // guards the members below
         bool started = false;

@@ -55,7 +55,7 @@ namespace cppmicroservices::ds
         // Enables or disables components of a bundle on the runtime's thread.
         void PostEnable(long bundleId, std::string const& name, bool enable);
 
-        BundleContext const context;
+        BundleContext context;
         std::shared_ptr<ConfigurationBroker> const configurations;
         foundation::concurrent::threadpool::ThreadPool enablerPool; // one thread; FIFO
 

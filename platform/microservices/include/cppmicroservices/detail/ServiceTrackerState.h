@@ -45,7 +45,7 @@ namespace cppmicroservices::detail
         {
         }
 
-        BundleContext const context;
+        BundleContext context;
         std::string const clazz;  // class of the initial query; empty = every class
         std::string const filter; // filter of the listener and the initial query
         Customizer* customizer = nullptr;

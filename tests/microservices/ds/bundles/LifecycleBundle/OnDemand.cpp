@@ -52,7 +52,7 @@ using cppmicroservices::service::component::detail::ComponentInstanceImpl;
 extern "C" US_ABI_EXPORT ComponentInstance*
 NewInstance_ds_test_OnDemand()
 {
-    return new (std::nothrow) ComponentInstanceImpl<ds_test::OnDemand, std::tuple<test::OnDemand>, test::RefA>({ { "refA" } });
+    return new (std::nothrow) ComponentInstanceImpl<ds_test::OnDemand, std::tuple<test::OnDemand>, std::shared_ptr<test::RefA>>({ "refA" });
 }
 
 extern "C" US_ABI_EXPORT void

@@ -73,8 +73,9 @@ extern "C" US_ABI_EXPORT ComponentInstance*
 NewInstance_ds_test_Triple()
 {
     return new (std::nothrow)
-        ComponentInstanceImpl<ds_test::Triple, std::tuple<test::IfaceA, test::IfaceB>, test::RefA, test::RefB, test::RefC>(
-            { { "refA", "refB", "refC" } });
+        ComponentInstanceImpl<ds_test::Triple, std::tuple<test::IfaceA, test::IfaceB>, std::shared_ptr<test::RefA>,
+                              std::shared_ptr<test::RefB>, std::shared_ptr<test::RefC>>(
+            { "refA", "refB", "refC" });
 }
 
 extern "C" US_ABI_EXPORT void

@@ -9,7 +9,6 @@
 
 #include <array>
 #include <cstddef>
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -56,11 +55,15 @@ namespace cppmicroservices::service::component::detail
     {
     };
 
-    // How a constructor-injected reference is looked up: an interface type R
-    // gives std::shared_ptr<R> (a unary reference), std::vector<std::shared_ptr<I>>
-    // gives every bound service (a multiple reference).
+    // How a constructor-injected reference is looked up: std::shared_ptr<R>
+    // is a unary reference, std::vector<std::shared_ptr<I>> gives every bound
+    // service (a multiple reference). Anything else is refused at compile time,
+    // as CppMicroServices' generated code never passes it.
     template <class R>
-    struct InjectedReference
+    struct InjectedReference;
+
+    template <class R>
+    struct InjectedReference<std::shared_ptr<R>>
     {
         using ArgType = std::shared_ptr<R>;
 
@@ -211,7 +214,7 @@ namespace cppmicroservices::service::component::detail
     /// The instance handle the generated NewInstance_ entry points make. T is
     /// the implementation class, InterfaceTuple the provided interfaces, and
     /// CtorInjectedRefs the types of the references T's constructor takes, in
-    /// the order of staticRefNames: an interface type for a unary reference,
+    /// the order of staticRefNames: std::shared_ptr<I> for a unary reference,
     /// std::vector<std::shared_ptr<I>> for a multiple one.
     ///
     /// T is constructed with (std::shared_ptr<AnyMap> const& properties,
@@ -227,19 +230,6 @@ namespace cppmicroservices::service::component::detail
         {
         }
 
-        /// The same, for names written as string literals: ({{"a", "b"}}).
-        /// For that argument the constructor above competes with the implicit
-        /// move constructor (both need one user-defined conversion), which GCC
-        /// reports as ambiguous; this overload is an exact match. Names beyond
-        /// the number of injected references are ignored, missing ones stay
-        /// empty (and fail the construction with a logged ComponentException).
-        ComponentInstanceImpl(std::initializer_list<std::initializer_list<char const*>> staticRefNames,
-                              std::vector<std::shared_ptr<Binder<T>>> const& binders = {})
-            : ComponentInstanceImplBase<T, InterfaceTuple>(binders)
-            , staticRefNames(NamesFrom(staticRefNames))
-        {
-        }
-
         void
         CreateInstance(std::shared_ptr<ComponentContext> const& ctxt) override
         {
@@ -248,25 +238,6 @@ namespace cppmicroservices::service::component::detail
         }
 
       private:
-        static std::array<std::string, sizeof...(CtorInjectedRefs)>
-        NamesFrom(std::initializer_list<std::initializer_list<char const*>> lists)
-        {
-            std::array<std::string, sizeof...(CtorInjectedRefs)> names{};
-            std::size_t i = 0;
-            for (auto const& list : lists)
-            {
-                for (char const* name : list)
-                {
-                    if (i < names.size() && name != nullptr)
-                    {
-                        names[i] = name;
-                    }
-                    ++i;
-                }
-            }
-            return names;
-        }
-
         template <std::size_t... Index>
         std::shared_ptr<T>
         Construct(ComponentContext const& ctxt, std::index_sequence<Index...>)
