@@ -8,7 +8,10 @@
 #
 # --sanitize=address,undefined or --sanitize=thread builds into its own folder
 # (build-asan-ubsan/, build-tsan/) in Debug mode.
+# --with-cppmicroservices=PREFIX builds against the CppMicroServices installed at PREFIX instead
+# of platform/microservices, into build-cppmicroservices/; its test runs the compatibility suite.
 set -euo pipefail
+caller_dir="$PWD"
 cd "$(dirname "$0")"
 
 PACKAGES=(cmake g++ ninja-build pkg-config
@@ -35,10 +38,18 @@ command="${1:-build}"
 [ $# -gt 0 ] && shift
 sanitize=""
 build_type="Release"
+cppmicroservices=""
 for arg in "$@"; do
   case "$arg" in
     --sanitize=*) sanitize="${arg#--sanitize=}" ;;
     --debug) build_type="Debug" ;;
+    --with-cppmicroservices=*)
+      cppmicroservices="${arg#--with-cppmicroservices=}"
+      [ -n "$cppmicroservices" ] || die "--with-cppmicroservices needs the installation's prefix"
+      # A relative prefix is the caller's, not the repository's.
+      case "$cppmicroservices" in /*) ;; *) cppmicroservices="$caller_dir/$cppmicroservices" ;; esac
+      [ -d "$cppmicroservices" ] || die "no CppMicroServices installation at '$cppmicroservices'"
+      ;;
     *) die "unknown option '$arg'" ;;
   esac
 done
@@ -50,10 +61,16 @@ case "$sanitize" in
   thread) build_dir="build-tsan"; build_type="Debug" ;;
   *) die "unsupported sanitizer set '$sanitize' (use address,undefined or thread)" ;;
 esac
+if [ -n "$cppmicroservices" ]; then
+  # The installation's libraries are not instrumented, so the sanitizers would report on them.
+  [ -z "$sanitize" ] || die "--with-cppmicroservices and --sanitize do not combine"
+  build_dir="build-cppmicroservices"
+fi
 
 build() {
   ensure_packages
-  cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" -DLSP_SANITIZE="$sanitize"
+  cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" -DLSP_SANITIZE="$sanitize" \
+        -DLSP_CPPMICROSERVICES_DIR="$cppmicroservices"
   cmake --build "$build_dir" -j2
 }
 
@@ -68,7 +85,8 @@ case "$command" in
     ;;
   demo)
     ensure_packages
-    cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" -DLSP_SANITIZE="$sanitize"
+    cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE="$build_type" -DLSP_SANITIZE="$sanitize" \
+        -DLSP_CPPMICROSERVICES_DIR="$cppmicroservices"
     cmake --build "$build_dir" -j2 --target spf-host agent-exchange legacy-agent
     exec scripts/demo.sh "$build_dir"
     ;;

@@ -58,20 +58,25 @@ function(add_bundle target)
   endif()
   get_filename_component(manifest "${ARG_MANIFEST}" ABSOLUTE)
 
-  set(init_source "${CMAKE_CURRENT_BINARY_DIR}/${target}_cppmicroservices_init.cpp")
-  file(CONFIGURE OUTPUT "${init_source}"
-       CONTENT "#include <cppmicroservices/BundleInitialization.h>\n\nCPPMICROSERVICES_INITIALIZE_BUNDLE\n")
+  if(LSP_CPPMICROSERVICES_DIR)
+    # An installed CppMicroServices: its own bundle conventions (ExternalCppMicroServices.cmake).
+    add_external_bundle_library(${target} ${ARG_SYMBOLIC_NAME} "${manifest}" SOURCES ${ARG_SOURCES} LIBS ${ARG_LIBS})
+  else()
+    set(init_source "${CMAKE_CURRENT_BINARY_DIR}/${target}_cppmicroservices_init.cpp")
+    file(CONFIGURE OUTPUT "${init_source}"
+         CONTENT "#include <cppmicroservices/BundleInitialization.h>\n\nCPPMICROSERVICES_INITIALIZE_BUNDLE\n")
 
-  add_library(${target} SHARED ${ARG_SOURCES} "${init_source}")
-  target_compile_definitions(${target} PRIVATE US_BUNDLE_NAME=${ARG_SYMBOLIC_NAME})
-  target_link_libraries(${target} PRIVATE CppMicroServices ${ARG_LIBS})
-  # Relink, and so re-embed, when the manifest changes.
-  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${manifest}")
-  add_custom_command(TARGET ${target} POST_BUILD
-    COMMAND ${CMAKE_COMMAND} -DUS_BUNDLE_FILE=$<TARGET_FILE:${target}> -DUS_MANIFEST=${manifest}
-            -DUS_SYMBOLIC_NAME=${ARG_SYMBOLIC_NAME} -P ${CMAKE_CURRENT_FUNCTION_LIST_FILE}
-    COMMENT "Embedding the manifest of bundle ${ARG_SYMBOLIC_NAME}"
-    VERBATIM)
+    add_library(${target} SHARED ${ARG_SOURCES} "${init_source}")
+    target_compile_definitions(${target} PRIVATE US_BUNDLE_NAME=${ARG_SYMBOLIC_NAME})
+    target_link_libraries(${target} PRIVATE CppMicroServices ${ARG_LIBS})
+    # Relink, and so re-embed, when the manifest changes.
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${manifest}")
+    add_custom_command(TARGET ${target} POST_BUILD
+      COMMAND ${CMAKE_COMMAND} -DUS_BUNDLE_FILE=$<TARGET_FILE:${target}> -DUS_MANIFEST=${manifest}
+              -DUS_SYMBOLIC_NAME=${ARG_SYMBOLIC_NAME} -P ${CMAKE_CURRENT_FUNCTION_LIST_FILE}
+      COMMENT "Embedding the manifest of bundle ${ARG_SYMBOLIC_NAME}"
+      VERBATIM)
+  endif()
   if(ARG_HOSTED)
     add_custom_command(TARGET ${target} POST_BUILD
       COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/bundles

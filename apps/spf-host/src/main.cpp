@@ -219,6 +219,15 @@ int main(int argc, char** argv) {
         }
     }
 
+#ifdef SPF_HOST_WITHOUT_CONFIGURATION_FOLDER
+    // Built against an installed CppMicroServices: its Configuration Admin watches no folder, and a
+    // folder nobody reads would leave the host running unconfigured without a word.
+    if (!options.configFolder.empty()) {
+        std::cerr << "spf-host: --config-dir needs the Configuration Admin of this repository's runtime; this host "
+                     "runs an installed CppMicroServices, whose Configuration Admin reads no configuration folder\n";
+        return 2;
+    }
+#endif
     if (app.count("--log-level") != 0 || std::getenv("FOUNDATION_LOG_MASK") == nullptr) {
         // Read by every logger made from here on, the bundles' included.
         ::setenv("FOUNDATION_LOG_MASK", std::to_string(kLogLevels.at(options.logLevel)).c_str(), 1);
