@@ -1,6 +1,6 @@
 #include "cppmicroservices/LDAPFilter.h"
 #include "cppmicroservices/LDAPProp.h"
-#include "support/Barrier.h"
+#include "RunConcurrently.h"
 
 #include <gtest/gtest.h>
 
@@ -392,31 +392,21 @@ namespace
         AnyMap const failing(AnyMap::ORDERED_MAP, { { "objectclass", std::string("svc") }, { "rank", 1 } });
         constexpr int threads = 8;
         constexpr int rounds = 2000;
-        testsupport::Barrier gate(threads);
         std::atomic<int> wrong{ 0 };
         std::atomic<int> done{ 0 };
-        std::vector<std::thread> workers;
-        for (int t = 0; t < threads; ++t)
-        {
-            workers.emplace_back(
-                [&]
-                {
-                    gate.ArriveAndWait();
-                    for (int i = 0; i < rounds; ++i)
-                    {
-                        LDAPFilter copy = shared;
-                        if (!copy.Match(matching) || shared.Match(failing))
-                        {
-                            ++wrong;
-                        }
-                    }
-                    ++done;
-                });
-        }
-        for (auto& w : workers)
-        {
-            w.join();
-        }
+        testbundles::RunConcurrently(threads,
+                                     [&](int)
+                                     {
+                                         for (int i = 0; i < rounds; ++i)
+                                         {
+                                             LDAPFilter copy = shared;
+                                             if (!copy.Match(matching) || shared.Match(failing))
+                                             {
+                                                 ++wrong;
+                                             }
+                                         }
+                                         ++done;
+                                     });
         EXPECT_EQ(wrong.load(), 0);
         EXPECT_EQ(done.load(), threads);
     }

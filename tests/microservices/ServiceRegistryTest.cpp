@@ -1,7 +1,7 @@
 // The service registry through BundleContext: ordering, filters, properties
 // and the life of references and registrations.
 
-#include "support/Barrier.h"
+#include "RunConcurrently.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/BundleContext.h"
@@ -274,15 +274,10 @@ namespace
             },
             "(objectclass=regtest::Foo)");
 
-        testsupport::Barrier start(kThreads);
         std::vector<std::string> failures(kThreads);
-        std::vector<std::thread> threads;
-        for (int t = 0; t < kThreads; ++t)
-        {
-            threads.emplace_back(
-                [&, t]
+        testbundles::RunConcurrently(kThreads,
+                [&](int t)
                 {
-                    start.ArriveAndWait();
                     std::atomic<int> own{ 0 };
                     auto token = context.AddServiceListener([&](ServiceEvent const&) { ++own; },
                                                             "(owner=" + std::to_string(t) + ")");
@@ -312,11 +307,6 @@ namespace
                         failures[t] = "its listener saw " + std::to_string(own.load()) + " events";
                     }
                 });
-        }
-        for (auto& thread : threads)
-        {
-            thread.join();
-        }
         for (int t = 0; t < kThreads; ++t)
         {
             EXPECT_EQ("", failures[t]) << "thread " << t;
@@ -341,31 +331,21 @@ namespace
                         ++events;
                     }
                 });
-            testsupport::Barrier start(kThreads);
             std::atomic<int> succeeded{ 0 };
             std::atomic<int> refused{ 0 };
-            std::vector<std::thread> threads;
-            for (int t = 0; t < kThreads; ++t)
-            {
-                threads.emplace_back(
-                    [&]
-                    {
-                        start.ArriveAndWait();
-                        try
-                        {
-                            reg.Unregister();
-                            ++succeeded;
-                        }
-                        catch (std::logic_error const&)
-                        {
-                            ++refused;
-                        }
-                    });
-            }
-            for (auto& thread : threads)
-            {
-                thread.join();
-            }
+            testbundles::RunConcurrently(kThreads,
+                                         [&](int)
+                                         {
+                                             try
+                                             {
+                                                 reg.Unregister();
+                                                 ++succeeded;
+                                             }
+                                             catch (std::logic_error const&)
+                                             {
+                                                 ++refused;
+                                             }
+                                         });
             EXPECT_EQ(1, events.load());
             EXPECT_EQ(kThreads, succeeded.load() + refused.load());
             EXPECT_GE(succeeded.load(), 1);
@@ -396,22 +376,8 @@ namespace
         auto factory = std::make_shared<OnceFactory>();
         auto reg = context.RegisterService<Foo>(ToFactory(factory));
         auto ref = reg.GetReference();
-        testsupport::Barrier start(kThreads);
         std::vector<std::shared_ptr<Foo>> got(kThreads);
-        std::vector<std::thread> threads;
-        for (int t = 0; t < kThreads; ++t)
-        {
-            threads.emplace_back(
-                [&, t]
-                {
-                    start.ArriveAndWait();
-                    got[t] = context.GetService(ref);
-                });
-        }
-        for (auto& thread : threads)
-        {
-            thread.join();
-        }
+        testbundles::RunConcurrently(kThreads, [&](int t) { got[t] = context.GetService(ref); });
         EXPECT_EQ(1, factory->made.load());
         for (auto const& g : got)
         {
@@ -420,21 +386,7 @@ namespace
         }
 
         // Release from many threads at once: exactly one unget.
-        testsupport::Barrier release(kThreads);
-        threads.clear();
-        for (int t = 0; t < kThreads; ++t)
-        {
-            threads.emplace_back(
-                [&, t]
-                {
-                    release.ArriveAndWait();
-                    got[t].reset();
-                });
-        }
-        for (auto& thread : threads)
-        {
-            thread.join();
-        }
+        testbundles::RunConcurrently(kThreads, [&](int t) { got[t].reset(); });
         EXPECT_EQ(1, factory->ungot.load());
     }
 } // namespace

@@ -4,16 +4,12 @@
 #include "cppmicroservices/ServiceException.h"
 #include "cppmicroservices/ServiceTracker.h"
 #include "support/FrameworkFixture.h"
+#include "RunConcurrently.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <future>
-#include <map>
-#include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -238,15 +234,9 @@ namespace
         ServiceTracker<Clock> steady(context, &customizer);
         steady.Open();
 
-        std::promise<void> go;
-        std::shared_future<void> released = go.get_future().share();
-        std::vector<std::thread> workers;
-        for (int t = 0; t < threads; ++t)
-        {
-            workers.emplace_back(
-                [&, t]
+        testbundles::RunConcurrently(threads,
+                [&](int t)
                 {
-                    released.wait();
                     for (int i = 0; i < rounds; ++i)
                     {
                         if (t % 4 == 0)
@@ -267,12 +257,6 @@ namespace
                         registration.Unregister();
                     }
                 });
-        }
-        go.set_value();
-        for (auto& worker : workers)
-        {
-            worker.join();
-        }
         EXPECT_EQ(0, steady.Size());
         steady.Close();
         EXPECT_EQ(customizer.added.load(), customizer.removed.load());
