@@ -7,8 +7,11 @@
 # without loading the library. The manifest must be a JSON object whose
 # bundle.symbolic_name equals <bsn>; the build fails otherwise. Every bundle
 # target is recorded in the global property CPPMICROSERVICES_BUNDLE_TARGETS.
-# HOSTED bundles are what a host runs: each is also linked from <build>/bundles, the folder
-# that spf-host installs by default (test bundles stay out of it).
+# HOSTED bundles are what a host runs: each is also linked from LSP_HOSTED_BUNDLE_DIR
+# (<build>/bundles unless set), the folder to hand to spf-host (test bundles stay out of it).
+#
+# The same file serves this repository's build and, installed with the platform's CMake
+# package, projects that build bundles against it (find_package(LegacyServicePublisher)).
 #
 # Appended layout (read by platform/microservices/src/bundle/EmbeddedManifest.cpp):
 #   <manifest bytes><manifest length, 16 decimal digits>#US-MANIFEST-V1#
@@ -68,7 +71,13 @@ function(add_bundle target)
 
     add_library(${target} SHARED ${ARG_SOURCES} "${init_source}")
     target_compile_definitions(${target} PRIVATE US_BUNDLE_NAME=${ARG_SYMBOLIC_NAME})
-    target_link_libraries(${target} PRIVATE CppMicroServices ${ARG_LIBS})
+    if(TARGET LegacyServicePublisher::CppMicroServices)
+      target_link_libraries(${target} PRIVATE LegacyServicePublisher::CppMicroServices ${ARG_LIBS})
+      # Installed anywhere, the bundle still finds the platform's libraries on its own.
+      set_target_properties(${target} PROPERTIES INSTALL_RPATH "${LegacyServicePublisher_LIBRARY_DIR}")
+    else()
+      target_link_libraries(${target} PRIVATE CppMicroServices ${ARG_LIBS})
+    endif()
     # Relink, and so re-embed, when the manifest changes.
     set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${manifest}")
     add_custom_command(TARGET ${target} POST_BUILD
@@ -78,10 +87,13 @@ function(add_bundle target)
       VERBATIM)
   endif()
   if(ARG_HOSTED)
+    set(hosted_dir "${LSP_HOSTED_BUNDLE_DIR}")
+    if(NOT hosted_dir)
+      set(hosted_dir "${CMAKE_BINARY_DIR}/bundles")
+    endif()
     add_custom_command(TARGET ${target} POST_BUILD
-      COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/bundles
-      COMMAND ${CMAKE_COMMAND} -E create_symlink $<TARGET_FILE:${target}>
-              ${CMAKE_BINARY_DIR}/bundles/$<TARGET_FILE_NAME:${target}>
+      COMMAND ${CMAKE_COMMAND} -E make_directory ${hosted_dir}
+      COMMAND ${CMAKE_COMMAND} -E create_symlink $<TARGET_FILE:${target}> ${hosted_dir}/$<TARGET_FILE_NAME:${target}>
       VERBATIM)
   endif()
   set_property(GLOBAL APPEND PROPERTY CPPMICROSERVICES_BUNDLE_TARGETS ${target})

@@ -8,7 +8,7 @@
 #
 # Executables and tests find the installation's libraries through their rpath. The
 # installation's DeclarativeServices and ConfigurationAdmin bundles are linked into
-# <build>/bundles beside the hosted bundles, where a host installs them from.
+# the hosted bundle folder (LSP_HOSTED_BUNDLE_DIR) beside our bundles, where a host installs them from.
 
 set(LSP_CPPMICROSERVICES_CMAKE_DIR "${LSP_CPPMICROSERVICES_DIR}/share/cppmicroservices3/cmake")
 if(NOT EXISTS "${LSP_CPPMICROSERVICES_CMAKE_DIR}/CppMicroServicesConfig.cmake")
@@ -30,7 +30,7 @@ add_link_options("LINKER:--disable-new-dtags")
 # Our runtime brings the foundation library with it; code written against it may lean on that.
 set_property(TARGET CppMicroServices APPEND PROPERTY INTERFACE_LINK_LIBRARIES foundation)
 
-file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/bundles")
+file(MAKE_DIRECTORY "${LSP_HOSTED_BUNDLE_DIR}")
 # Nothing links these two; their package files also want targets the installation does not export.
 # The versioned file is linked: the unversioned name may be a copy of a symbolic link that only
 # holds the versioned file's name.
@@ -40,7 +40,7 @@ foreach(bundle DeclarativeServices ConfigurationAdmin)
     message(FATAL_ERROR "LSP_CPPMICROSERVICES_DIR=${LSP_CPPMICROSERVICES_DIR}: no lib/lib${bundle}.so.<version>")
   endif()
   list(GET versioned 0 location)
-  file(CREATE_LINK "${location}" "${CMAKE_BINARY_DIR}/bundles/lib${bundle}.so" SYMBOLIC)
+  file(CREATE_LINK "${location}" "${LSP_HOSTED_BUNDLE_DIR}/lib${bundle}.so" SYMBOLIC)
 endforeach()
 
 # add_external_bundle_library(<target> <bsn> <manifest> SOURCES <files...> LIBS <targets...>)

@@ -20,10 +20,12 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -49,6 +51,14 @@ std::filesystem::path runtimeFolder() {
     const auto folder = std::filesystem::temp_directory_path() / ("spf-host-" + std::to_string(::getuid()));
     ::mkdir(folder.c_str(), 0700);
     return folder;
+}
+
+// The bundles installed beside the program: the same relative path leads there from bin/ in the
+// build tree and in an installation, wherever either was moved.
+std::filesystem::path defaultBundleFolder() {
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    return (program.parent_path() / SPF_HOST_BUNDLE_DIR_FROM_BIN).lexically_normal();
 }
 
 std::filesystem::path defaultControlPath(const std::string& name) {
@@ -105,10 +115,8 @@ void runInteractively(const spfhost::Console& console, const apps::common::Termi
 }
 
 int runHost(const Options& options, const apps::common::TerminationSignals& signals) {
-    std::vector<std::filesystem::path> folders(options.bundleFolders.begin(), options.bundleFolders.end());
-    if (folders.empty()) {
-        folders.push_back(SPF_HOST_BUNDLE_DIR);
-    }
+    std::vector<std::filesystem::path> folders{defaultBundleFolder()};
+    folders.insert(folders.end(), options.bundleFolders.begin(), options.bundleFolders.end());
     std::map<std::string, std::string> properties;
     std::optional<std::filesystem::path> configurationFolder;
     if (!options.configFolder.empty()) {
@@ -165,7 +173,8 @@ int main(int argc, char** argv) {
                  "spf-host");
     Options options;
     app.add_option("--bundles", options.bundleFolders,
-                   "A folder whose bundles are installed and started (repeatable; default: " SPF_HOST_BUNDLE_DIR ")");
+                   "A folder whose bundles are installed and started after those of " +
+                       defaultBundleFolder().string() + " (repeatable)");
     app.add_option("--config-dir", options.configFolder,
                    "A folder of publisher configurations, qz.spf.legacyservicepublisher~<name>.json, kept in force");
     app.add_option("--log-level", options.logLevel, "error, warning, info, debug or trace (default: info)")
