@@ -5,7 +5,9 @@
 # generated source holding CPPMICROSERVICES_INITIALIZE_BUNDLE, and with its
 # manifest appended to the linked file so that the framework can read it
 # without loading the library. The manifest must be a JSON object whose
-# bundle.symbolic_name equals <bsn>; the build fails otherwise. Every bundle
+# bundle.symbolic_name equals <bsn>; configuring fails otherwise, and a changed
+# manifest configures again. Against an installed CppMicroServices the bundle is
+# built by its conventions instead (ExternalCppMicroServices.cmake). Every bundle
 # target is recorded in the global property CPPMICROSERVICES_BUNDLE_TARGETS.
 # HOSTED bundles are what a host runs: each is also linked from LSP_HOSTED_BUNDLE_DIR
 # (<build>/bundles unless set), the folder to hand to spf-host (test bundles stay out of it).
@@ -17,26 +19,15 @@
 #   <manifest bytes><manifest length, 16 decimal digits>#US-MANIFEST-V1#
 #
 # Run as a script (cmake -P), this file performs the append:
-#   cmake -DUS_BUNDLE_FILE=<lib> -DUS_MANIFEST=<json> -DUS_SYMBOLIC_NAME=<bsn> -P Bundles.cmake
+#   cmake -DUS_BUNDLE_FILE=<lib> -DUS_MANIFEST=<json> -P Bundles.cmake
 
 if(CMAKE_SCRIPT_MODE_FILE)
-  foreach(var US_BUNDLE_FILE US_MANIFEST US_SYMBOLIC_NAME)
+  foreach(var US_BUNDLE_FILE US_MANIFEST)
     if(NOT DEFINED ${var})
       message(FATAL_ERROR "Bundles.cmake: ${var} is not set")
     endif()
   endforeach()
   file(READ "${US_MANIFEST}" manifest)
-  string(JSON type ERROR_VARIABLE json_error TYPE "${manifest}")
-  if(json_error)
-    message(FATAL_ERROR "${US_MANIFEST}: not valid JSON: ${json_error}")
-  endif()
-  if(NOT type STREQUAL "OBJECT")
-    message(FATAL_ERROR "${US_MANIFEST}: the manifest must be a JSON object")
-  endif()
-  string(JSON bsn ERROR_VARIABLE json_error GET "${manifest}" "bundle.symbolic_name")
-  if(json_error OR NOT bsn STREQUAL US_SYMBOLIC_NAME)
-    message(FATAL_ERROR "${US_MANIFEST}: bundle.symbolic_name must be \"${US_SYMBOLIC_NAME}\"")
-  endif()
   string(LENGTH "${manifest}" length) # in bytes
   string(LENGTH "${length}" digits)
   if(digits GREATER 16)
@@ -60,6 +51,19 @@ function(add_bundle target)
     message(FATAL_ERROR "add_bundle(${target}): SYMBOLIC_NAME '${ARG_SYMBOLIC_NAME}' is not a C identifier")
   endif()
   get_filename_component(manifest "${ARG_MANIFEST}" ABSOLUTE)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${manifest}")
+  file(READ "${manifest}" json)
+  string(JSON type ERROR_VARIABLE json_error TYPE "${json}")
+  if(json_error)
+    message(FATAL_ERROR "${manifest}: not valid JSON: ${json_error}")
+  endif()
+  if(NOT type STREQUAL "OBJECT")
+    message(FATAL_ERROR "${manifest}: the manifest must be a JSON object")
+  endif()
+  string(JSON bsn ERROR_VARIABLE json_error GET "${json}" "bundle.symbolic_name")
+  if(json_error OR NOT bsn STREQUAL ARG_SYMBOLIC_NAME)
+    message(FATAL_ERROR "${manifest}: bundle.symbolic_name must be \"${ARG_SYMBOLIC_NAME}\"")
+  endif()
 
   if(LSP_CPPMICROSERVICES_DIR)
     # An installed CppMicroServices: its own bundle conventions (ExternalCppMicroServices.cmake).
@@ -82,7 +86,7 @@ function(add_bundle target)
     set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${manifest}")
     add_custom_command(TARGET ${target} POST_BUILD
       COMMAND ${CMAKE_COMMAND} -DUS_BUNDLE_FILE=$<TARGET_FILE:${target}> -DUS_MANIFEST=${manifest}
-              -DUS_SYMBOLIC_NAME=${ARG_SYMBOLIC_NAME} -P ${CMAKE_CURRENT_FUNCTION_LIST_FILE}
+              -P ${CMAKE_CURRENT_FUNCTION_LIST_FILE}
       COMMENT "Embedding the manifest of bundle ${ARG_SYMBOLIC_NAME}"
       VERBATIM)
   endif()
