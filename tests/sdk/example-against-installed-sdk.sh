@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs the build at $1 into a fresh prefix, builds the example project at $2 against it and
-# installs its bundle there, then calls the bundle through the installed spf-host with its
-# default bundle folder. $3 is a scratch folder, emptied first.
+# Installs the build at $1 into a fresh prefix, builds the example project at $2 against it,
+# moves the prefix elsewhere, and calls the example's bundle through the moved spf-host: its
+# default bundle folder, and the example's folder given with --bundles. $3 is a scratch folder,
+# emptied first.
 set -euo pipefail
 build=$1 example=$2 work=$3
 rm -rf "$work"
@@ -15,7 +16,13 @@ step "building the example against it"
 cmake -S "$example" -B "$work/example" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$prefix" \
   > "$work/example.log"
 cmake --build "$work/example" >> "$work/example.log"
-cmake --install "$work/example" >> "$work/example.log"
+step "moving the installation to $work/moved"
+mv "$prefix" "$work/moved"
+# Nothing installed may lead back into the build tree (an rpath, a default folder).
+if grep -rlF -- "$build" "$work/moved"; then
+  echo "the installed files above name the build tree $build" >&2
+  exit 1
+fi
 
 cat > "$work/config/qz.spf.legacyservicepublisher~example.json" <<'JSON'
 {
@@ -25,11 +32,11 @@ cat > "$work/config/qz.spf.legacyservicepublisher~example.json" <<'JSON'
   ]
 }
 JSON
-step "calling it through $prefix/bin/spf-host"
+step "calling it through $work/moved/bin/spf-host"
 # The host's sockets and registry stay in the scratch folder.
 export XDG_RUNTIME_DIR="$work"
 status=0
-"$prefix/bin/spf-host" --no-listen --config-dir "$work/config" --log-level error \
+"$work/moved/bin/spf-host" --no-listen --config-dir "$work/config" --log-level error --bundles "$work/example/bundles" \
   --exec "wait example.Greeter 20000" \
   --exec "call example.Greeter greet 'installed SDK'" \
   --exec "call example.Greeter count '[\"a\", \"b\", \"c\"]'" \
