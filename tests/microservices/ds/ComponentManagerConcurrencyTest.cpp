@@ -3,10 +3,9 @@
 // deactivated exactly once, lives never overlap, nothing deadlocks.
 
 #include "DSFixture.h"
-#include "support/Barrier.h"
+#include "microservices/RunConcurrently.h"
 
 #include <map>
-#include <thread>
 
 namespace dstest
 {
@@ -52,38 +51,23 @@ namespace dstest
             StartBundle("DSTestLifecycleBundle");
             auto b = Register<test::RefB>(2);
             auto c = Register<test::RefC>(3);
-
-            testsupport::Barrier start(kThreads);
-            std::vector<std::thread> threads;
-            for (int t = 0; t < kThreads; ++t)
-            {
-                threads.emplace_back(
-                    [&, t]
-                    {
-                        start.ArriveAndWait();
-                        for (int round = 0; round < kRounds; ++round)
-                        {
-                            int const id = 1000 * (t + 1) + round;
-                            if (t % 3 == 2)
-                            {
-                                // Churn the other references too, so lives end for several reasons.
-                                auto extraB = Register<test::RefB>(id, { { "service.ranking", 1 } });
-                                auto a = Register<test::RefA>(id);
-                                extraB.Unregister();
-                                a.Unregister();
-                            }
-                            else
-                            {
-                                auto a = Register<test::RefA>(id, { { "service.ranking", round % 4 } });
-                                a.Unregister();
-                            }
-                        }
-                    });
-            }
-            for (auto& thread : threads)
-            {
-                thread.join();
-            }
+            testbundles::RunConcurrently(kThreads,
+                                         [&](int t)
+                                         {
+                                             for (int round = 0; round < kRounds; ++round)
+                                             {
+                                                 int const id = 1000 * (t + 1) + round;
+                                                 // Some threads churn another reference too, so lives end for several reasons.
+                                                 auto extraB = t % 3 == 2 ? Register<test::RefB>(id, { { "service.ranking", 1 } })
+                                                                          : cppmicroservices::ServiceRegistration<test::RefB>();
+                                                 auto a = Register<test::RefA>(id, { { "service.ranking", round % 4 } });
+                                                 if (extraB)
+                                                 {
+                                                     extraB.Unregister();
+                                                 }
+                                                 a.Unregister();
+                                             }
+                                         });
             EXPECT_FALSE(context.GetServiceReference<test::IfaceA>()) << "no RefA is left: the component is unsatisfied";
             EXPECT_GT(LifecycleProbe::Get().Count("Triple", "activate"), 0u);
             ExpectSerialLivesAllEnded();
@@ -99,28 +83,18 @@ namespace dstest
             auto bundle = StartBundle("DSTestLifecycleBundle");
             auto b = Register<test::RefB>(2);
             auto c = Register<test::RefC>(3);
-
-            testsupport::Barrier start(kThreads + 1);
-            std::vector<std::thread> threads;
-            for (int t = 0; t < kThreads; ++t)
-            {
-                threads.emplace_back(
-                    [&, t]
-                    {
-                        start.ArriveAndWait();
-                        for (int round = 0; round < kRounds; ++round)
-                        {
-                            auto a = Register<test::RefA>(1000 * (t + 1) + round);
-                            a.Unregister();
-                        }
-                    });
-            }
-            start.ArriveAndWait();
-            bundle.Stop();
-            for (auto& thread : threads)
-            {
-                thread.join();
-            }
+            testbundles::RunConcurrently(kThreads + 1,
+                                         [&](int t)
+                                         {
+                                             for (int round = 0; round < kRounds && t < kThreads; ++round)
+                                             {
+                                                 Register<test::RefA>(1000 * (t + 1) + round).Unregister();
+                                             }
+                                             if (t == kThreads)
+                                             {
+                                                 bundle.Stop();
+                                             }
+                                         });
             ExpectSerialLivesAllEnded();
             EXPECT_FALSE(context.GetServiceReference<test::IfaceA>());
         }
@@ -128,34 +102,23 @@ namespace dstest
         TEST_F(ComponentManagerConcurrencyTest, DelayedComponentUsedWhileItsReferenceChurnsHasSerialLives)
         {
             StartBundle("DSTestLifecycleBundle");
-            testsupport::Barrier start(kThreads);
-            std::vector<std::thread> threads;
-            for (int t = 0; t < kThreads; ++t)
-            {
-                threads.emplace_back(
-                    [&, t]
-                    {
-                        start.ArriveAndWait();
-                        for (int round = 0; round < kRounds; ++round)
-                        {
-                            if (t % 2 == 0)
-                            {
-                                auto a = Register<test::RefA>(1000 * (t + 1) + round);
-                                a.Unregister();
-                            }
-                            else if (auto reference = context.GetServiceReference<test::OnDemand>())
-                            {
-                                // Null when the life ends between the lookup and the call, or
-                                // while the instance is being made.
-                                context.GetService(reference);
-                            }
-                        }
-                    });
-            }
-            for (auto& thread : threads)
-            {
-                thread.join();
-            }
+            testbundles::RunConcurrently(kThreads,
+                                         [&](int t)
+                                         {
+                                             for (int round = 0; round < kRounds; ++round)
+                                             {
+                                                 if (t % 2 == 0)
+                                                 {
+                                                     Register<test::RefA>(1000 * (t + 1) + round).Unregister();
+                                                 }
+                                                 else if (auto reference = context.GetServiceReference<test::OnDemand>())
+                                                 {
+                                                     // Null when the life ends between the lookup and the call, or
+                                                     // while the instance is being made.
+                                                     context.GetService(reference);
+                                                 }
+                                             }
+                                         });
             EXPECT_FALSE(context.GetServiceReference<test::OnDemand>());
             ExpectSerialLivesAllEnded("OnDemand");
         }
@@ -165,23 +128,8 @@ namespace dstest
             StartBundle("DSTestLifecycleBundle");
             auto reference = context.GetServiceReference<test::LazyService>();
             ASSERT_TRUE(reference);
-
-            testsupport::Barrier start(kThreads);
             std::vector<std::shared_ptr<test::LazyService>> got(kThreads);
-            std::vector<std::thread> threads;
-            for (int t = 0; t < kThreads; ++t)
-            {
-                threads.emplace_back(
-                    [&, t]
-                    {
-                        start.ArriveAndWait();
-                        got[t] = context.GetService(reference);
-                    });
-            }
-            for (auto& thread : threads)
-            {
-                thread.join();
-            }
+            testbundles::RunConcurrently(kThreads, [&](int t) { got[t] = context.GetService(reference); });
             for (auto const& service : got)
             {
                 ASSERT_TRUE(service);

@@ -51,47 +51,33 @@ namespace dstest
             EXPECT_EQ("triple", context.GetService(referenceB)->Flavour());
         }
 
-        TEST_F(ComponentManagerTest, LostStaticReferenceDeactivatesAndItsReturnCreatesANewInstance)
-        {
-            StartBundle("DSTestLifecycleBundle");
-            auto a = Register<test::RefA>(1);
-            auto b = Register<test::RefB>(2);
-            auto c = Register<test::RefC>(3);
-
-            b.Unregister();
-            EXPECT_THAT(Calls("Triple"), ElementsAre("construct#1(1,2,3)", "activate#1(triple)", "deactivate#1"));
-            EXPECT_FALSE(context.GetServiceReference<test::IfaceA>()) << "an unsatisfied component is unregistered";
-
-            auto b2 = Register<test::RefB>(22);
-            EXPECT_THAT(Calls("Triple"),
-                        ElementsAre("construct#1(1,2,3)",
-                                    "activate#1(triple)",
-                                    "deactivate#1",
-                                    "construct#2(1,22,3)",
-                                    "activate#2(triple)"));
-            auto reference = context.GetServiceReference<test::IfaceA>();
-            ASSERT_TRUE(reference);
-            EXPECT_EQ(2, context.GetService(reference)->Instance());
-        }
-
-        TEST_F(ComponentManagerTest, LostStaticReferenceWithAnotherMatchMovesToANewInstanceAtOnce)
+        TEST_F(ComponentManagerTest, LostStaticReferenceMovesToANewInstanceWithTheBestOtherMatchOrWhenOneReturns)
         {
             StartBundle("DSTestLifecycleBundle");
             auto preferred = Register<test::RefA>(1, { { "service.ranking", 5 } });
             auto spare = Register<test::RefA>(11);
             auto b = Register<test::RefB>(2);
             auto c = Register<test::RefC>(3);
-            auto extra = Register<test::RefA>(111, { { "service.ranking", 9 } });
+            auto best = Register<test::RefA>(111, { { "service.ranking", 9 } });
             EXPECT_THAT(Calls("Triple"), ElementsAre("construct#1(1,2,3)", "activate#1(triple)"))
                 << "a static reluctant reference ignores a better service";
 
             preferred.Unregister();
+            b.Unregister();
+            EXPECT_FALSE(context.GetServiceReference<test::IfaceA>()) << "an unsatisfied component is unregistered";
+            auto b2 = Register<test::RefB>(22);
             EXPECT_THAT(Calls("Triple"),
                         ElementsAre("construct#1(1,2,3)",
                                     "activate#1(triple)",
                                     "deactivate#1",
                                     "construct#2(111,2,3)",
-                                    "activate#2(triple)"));
+                                    "activate#2(triple)",
+                                    "deactivate#2",
+                                    "construct#3(111,22,3)",
+                                    "activate#3(triple)"));
+            auto reference = context.GetServiceReference<test::IfaceA>();
+            ASSERT_TRUE(reference);
+            EXPECT_EQ(3, context.GetService(reference)->Instance());
         }
 
         TEST_F(ComponentManagerTest, DelayedComponentIsCreatedOnFirstGetServiceOnly)
@@ -125,16 +111,20 @@ namespace dstest
             ASSERT_TRUE(first);
             ASSERT_TRUE(second);
             EXPECT_NE(first->Instance(), second->Instance());
-            EXPECT_THAT(Calls("Prototype"), ElementsAre("activate#1(system_bundle)", "activate#2(system_bundle)"))
-                << "each instance knows the bundle it was made for";
-
             first.reset();
             EXPECT_TRUE(WaitForCalls("Prototype", "deactivate", 1));
             EXPECT_THAT(Calls("Prototype"),
-                        ElementsAre("activate#1(system_bundle)", "activate#2(system_bundle)", "deactivate#1"));
+                        ElementsAre("construct#1",
+                                    "activate#1(system_bundle)",
+                                    "construct#2",
+                                    "activate#2(system_bundle)",
+                                    "deactivate#1"))
+                << "each instance knows the bundle it was made for";
         }
 
-        TEST_F(ComponentManagerTest, StoppingTheBundleDeactivatesEveryActiveComponentOnce)
+        // The bundle, the runtime and at last the framework stop in turn: each
+        // time every active component is deactivated once.
+        TEST_F(ComponentManagerTest, StoppingTheBundleTheRuntimeOrTheFrameworkDeactivatesEveryActiveComponentOnce)
         {
             auto bundle = StartBundle("DSTestLifecycleBundle");
             auto a = Register<test::RefA>(1);
@@ -147,10 +137,8 @@ namespace dstest
             EXPECT_THAT(Calls("Lazy"), ElementsAre("construct#2", "activate#2", "deactivate#2"));
             EXPECT_FALSE(context.GetServiceReference<test::IfaceA>());
             EXPECT_FALSE(context.GetServiceReference<test::LazyService>());
-
-            // Its services going away later changes nothing.
             a.Unregister();
-            EXPECT_EQ(1u, LifecycleProbe::Get().Count("Triple", "deactivate"));
+            EXPECT_EQ(1u, LifecycleProbe::Get().Count("Triple", "deactivate")) << "its services going later change nothing";
 
             auto a2 = Register<test::RefA>(11);
             bundle.Start();
@@ -161,35 +149,18 @@ namespace dstest
                                     "construct#3(11,2,3)",
                                     "activate#3(triple)"))
                 << "a restarted bundle gets its components back";
-        }
-
-        TEST_F(ComponentManagerTest, StoppingTheFrameworkDeactivatesEveryActiveComponentOnce)
-        {
-            StartBundle("DSTestLifecycleBundle");
-            auto a = Register<test::RefA>(1);
-            auto b = Register<test::RefB>(2);
-            auto c = Register<test::RefC>(3);
-            context.GetService(context.GetServiceReference<test::LazyService>());
-
-            StopFramework();
-            EXPECT_THAT(Calls("Triple"), ElementsAre("construct#1(1,2,3)", "activate#1(triple)", "deactivate#1"));
-            EXPECT_THAT(Calls("Lazy"), ElementsAre("construct#2", "activate#2", "deactivate#2"));
-        }
-
-        TEST_F(ComponentManagerTest, StoppingTheRuntimeDeactivatesAndStartingItAgainRestores)
-        {
-            StartBundle("DSTestLifecycleBundle");
-            auto a = Register<test::RefA>(1);
-            auto b = Register<test::RefB>(2);
-            auto c = Register<test::RefC>(3);
 
             runtime.Stop();
-            EXPECT_THAT(Calls("Triple"), ElementsAre("construct#1(1,2,3)", "activate#1(triple)", "deactivate#1"));
+            EXPECT_EQ(2u, LifecycleProbe::Get().Count("Triple", "deactivate"));
             EXPECT_FALSE(context.GetServiceReference<test::IfaceA>());
-
             runtime.Start();
-            EXPECT_EQ(2u, LifecycleProbe::Get().Count("Triple", "activate"))
+            EXPECT_EQ(3u, LifecycleProbe::Get().Count("Triple", "activate"))
                 << "components of bundles active before the runtime starts are loaded";
+
+            context.GetService(context.GetServiceReference<test::LazyService>());
+            StopFramework();
+            EXPECT_EQ(3u, LifecycleProbe::Get().Count("Triple", "deactivate"));
+            EXPECT_EQ(2u, LifecycleProbe::Get().Count("Lazy", "deactivate"));
         }
     } // namespace
 } // namespace dstest

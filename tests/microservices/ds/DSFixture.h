@@ -15,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -86,29 +87,24 @@ namespace dstest
             return context.RegisterService<Interface>(std::make_shared<IdService<Interface>>(id), properties);
         }
 
-        // The "what" of each probe event of component, with the instance number: "activate#2".
+        // The probe events of component as "what#instance(detail)": "activate#2(triple)";
+        // unnumbered, as "what(detail)": "bind(2)".
         static std::vector<std::string>
-        Calls(std::string const& component)
+        Calls(std::string const& component, bool numbered = true)
         {
             std::vector<std::string> calls;
             for (auto const& event : LifecycleProbe::Get().EventsOf(component))
             {
-                calls.push_back(event.what + "#" + std::to_string(event.instance)
+                calls.push_back(event.what + (numbered ? "#" + std::to_string(event.instance) : "")
                                 + (event.detail.empty() ? "" : "(" + event.detail + ")"));
             }
             return calls;
         }
 
-        // As Calls, without instance numbers: "bind(2)".
         static std::vector<std::string>
         Trace(std::string const& component)
         {
-            std::vector<std::string> calls;
-            for (auto const& event : LifecycleProbe::Get().EventsOf(component))
-            {
-                calls.push_back(event.what + (event.detail.empty() ? "" : "(" + event.detail + ")"));
-            }
-            return calls;
+            return Calls(component, false);
         }
 
         // Waits until component has recorded count calls of what.
@@ -118,34 +114,21 @@ namespace dstest
             return testsupport::WaitFor([&] { return LifecycleProbe::Get().Count(component, what) >= count; });
         }
 
-        // True if one captured log line contains every fragment.
-        bool
+        // Whether one captured log line contains every fragment; a failure shows the log.
+        ::testing::AssertionResult
         Logged(std::initializer_list<std::string> fragments) const
         {
+            std::string log;
             for (auto const& text : capture->texts())
             {
-                bool all = true;
-                for (auto const& fragment : fragments)
+                if (std::all_of(fragments.begin(), fragments.end(),
+                                [&](std::string const& fragment) { return text.find(fragment) != std::string::npos; }))
                 {
-                    all = all && text.find(fragment) != std::string::npos;
+                    return ::testing::AssertionSuccess();
                 }
-                if (all)
-                {
-                    return true;
-                }
+                log += text + "\n";
             }
-            return false;
-        }
-
-        std::string
-        LogText() const
-        {
-            std::string all;
-            for (auto const& text : capture->texts())
-            {
-                all += text + "\n";
-            }
-            return all;
+            return ::testing::AssertionFailure() << "no such line in the log:\n" << log;
         }
 
         std::shared_ptr<foundation::log::capture_sink> capture

@@ -2,22 +2,15 @@
 // configuration and follows changes with Modified, one runs without and is
 // re-created on every change.
 
-#include "DSTestInterfaces.h"
-#include "LifecycleProbe.h"
+#include "DSTestComponent.h"
 
 #include "cppmicroservices/AnyMap.h"
-#include "cppmicroservices/GlobalConfig.h"
-#include "cppmicroservices/servicecomponent/detail/ComponentInstanceImpl.hpp"
 
-#include <memory>
 #include <mutex>
-#include <new>
-#include <string>
 
 namespace ds_test
 {
     using cppmicroservices::AnyMap;
-    using cppmicroservices::service::component::ComponentContext;
 
     std::string
     SettingOf(AnyMap const& properties)
@@ -26,26 +19,15 @@ namespace ds_test
         return found == properties.end() ? std::string("unset") : found->second.ToStringNoExcept();
     }
 
-    class Configured : public test::Configured
+    class Configured
+        : public Probed
+        , public test::Configured
     {
       public:
         explicit Configured(std::shared_ptr<AnyMap> const& properties)
-            : instance(dstest::LifecycleProbe::Get().NextInstance())
+            : Probed("Configured", SettingOf(*properties))
             , setting(SettingOf(*properties))
         {
-            dstest::LifecycleProbe::Get().Record("Configured", "construct", instance, setting);
-        }
-
-        void
-        Activate(std::shared_ptr<ComponentContext> const&)
-        {
-            dstest::LifecycleProbe::Get().Record("Configured", "activate", instance);
-        }
-
-        void
-        Deactivate(std::shared_ptr<ComponentContext> const&)
-        {
-            dstest::LifecycleProbe::Get().Record("Configured", "deactivate", instance);
         }
 
         void
@@ -56,13 +38,13 @@ namespace ds_test
                 std::lock_guard<std::mutex> lock(settingMutex);
                 setting = changed;
             }
-            dstest::LifecycleProbe::Get().Record("Configured", "modified", instance, changed);
+            Record("modified", changed);
         }
 
         int
         Instance() const override
         {
-            return instance;
+            return number;
         }
 
         std::string
@@ -73,54 +55,21 @@ namespace ds_test
         }
 
       private:
-        int const instance;
         mutable std::mutex settingMutex; // guards setting
         std::string setting;
     };
 
-    class Reconfigured
+    // Has no Modified: a change of its configuration re-creates it.
+    class Reconfigured : public Probed
     {
       public:
-        explicit Reconfigured(std::shared_ptr<AnyMap> const& properties)
-            : instance(dstest::LifecycleProbe::Get().NextInstance())
+        explicit Reconfigured(std::shared_ptr<AnyMap> const& properties) : Probed("Reconfigured", SettingOf(*properties))
         {
-            dstest::LifecycleProbe::Get().Record("Reconfigured", "construct", instance, SettingOf(*properties));
         }
-
-        void
-        Deactivate(std::shared_ptr<ComponentContext> const&)
-        {
-            dstest::LifecycleProbe::Get().Record("Reconfigured", "deactivate", instance);
-        }
-
-      private:
-        int const instance;
     };
 } // namespace ds_test
 
-using cppmicroservices::service::component::detail::ComponentInstance;
-using cppmicroservices::service::component::detail::ComponentInstanceImpl;
+using namespace ds_test;
 
-extern "C" US_ABI_EXPORT ComponentInstance*
-NewInstance_ds_test_Configured()
-{
-    return new (std::nothrow) ComponentInstanceImpl<ds_test::Configured, std::tuple<test::Configured>>();
-}
-
-extern "C" US_ABI_EXPORT void
-DeleteInstance_ds_test_Configured(ComponentInstance* instance)
-{
-    delete instance;
-}
-
-extern "C" US_ABI_EXPORT ComponentInstance*
-NewInstance_ds_test_Reconfigured()
-{
-    return new (std::nothrow) ComponentInstanceImpl<ds_test::Reconfigured>();
-}
-
-extern "C" US_ABI_EXPORT void
-DeleteInstance_ds_test_Reconfigured(ComponentInstance* instance)
-{
-    delete instance;
-}
+DS_TEST_COMPONENT(ds_test_Configured, ComponentInstanceImpl<Configured, std::tuple<test::Configured>>())
+DS_TEST_COMPONENT(ds_test_Reconfigured, ComponentInstanceImpl<Reconfigured>())

@@ -1,106 +1,65 @@
 // Components that fail in every way a component can, next to one that
 // works: the runtime must log each failure and keep the others running.
 
-#include "DSTestInterfaces.h"
-#include "LifecycleProbe.h"
+#include "DSTestComponent.h"
 
-#include "cppmicroservices/GlobalConfig.h"
-#include "cppmicroservices/servicecomponent/detail/ComponentInstanceImpl.hpp"
-
-#include <memory>
-#include <new>
 #include <stdexcept>
 
 namespace ds_test
 {
-    using cppmicroservices::service::component::ComponentContext;
-
-    class Healthy
+    class Healthy : public Probed
     {
       public:
-        void
-        Activate(std::shared_ptr<ComponentContext> const&)
-        {
-            dstest::LifecycleProbe::Get().Record("Healthy", "activate", 0);
-        }
-
-        void
-        Deactivate(std::shared_ptr<ComponentContext> const&)
-        {
-            dstest::LifecycleProbe::Get().Record("Healthy", "deactivate", 0);
-        }
+        Healthy() : Probed("Healthy") {}
     };
 
     class ThrowingCtor
     {
       public:
         ThrowingCtor() { throw std::runtime_error("constructor refuses"); }
-
-        void
-        Activate(std::shared_ptr<ComponentContext> const&)
-        {
-            dstest::LifecycleProbe::Get().Record("ThrowingCtor", "activate", 0);
-        }
     };
 
-    class ThrowingActivate : public test::IfaceA
+    class ThrowingActivate
+        : public Probed
+        , public test::IfaceA
     {
       public:
+        ThrowingActivate() : Probed("ThrowingActivate") {}
+
         void
         Activate(std::shared_ptr<ComponentContext> const&)
         {
-            dstest::LifecycleProbe::Get().Record("ThrowingActivate", "activate", 0);
+            Record("activate");
             throw std::runtime_error("activation refuses");
-        }
-
-        void
-        Deactivate(std::shared_ptr<ComponentContext> const&)
-        {
-            dstest::LifecycleProbe::Get().Record("ThrowingActivate", "deactivate", 0);
         }
 
         int
         Instance() const override
         {
-            return 0;
+            return number;
         }
     };
 
-    class ThrowingDeactivate
+    class ThrowingDeactivate : public Probed
     {
       public:
-        void
-        Activate(std::shared_ptr<ComponentContext> const&)
-        {
-            dstest::LifecycleProbe::Get().Record("ThrowingDeactivate", "activate", 0);
-        }
+        ThrowingDeactivate() : Probed("ThrowingDeactivate") {}
 
         void
         Deactivate(std::shared_ptr<ComponentContext> const&)
         {
-            dstest::LifecycleProbe::Get().Record("ThrowingDeactivate", "deactivate", 0);
+            Record("deactivate");
             throw std::runtime_error("deactivation refuses");
         }
 
-        ~ThrowingDeactivate() { dstest::LifecycleProbe::Get().Record("ThrowingDeactivate", "destroy", 0); }
+        ~ThrowingDeactivate() { Record("destroy"); }
     };
 } // namespace ds_test
 
-using cppmicroservices::service::component::detail::ComponentInstance;
-using cppmicroservices::service::component::detail::ComponentInstanceImpl;
+using namespace ds_test;
 
-#define DS_TEST_ENTRY_POINTS(Name, ...)                                                                            \
-    extern "C" US_ABI_EXPORT ComponentInstance* NewInstance_ds_test_##Name()                                        \
-    {                                                                                                              \
-        return new (std::nothrow) ComponentInstanceImpl<ds_test::Name, ##__VA_ARGS__>();                          \
-    }                                                                                                              \
-    extern "C" US_ABI_EXPORT void DeleteInstance_ds_test_##Name(ComponentInstance* instance)                        \
-    {                                                                                                              \
-        delete instance;                                                                                           \
-    }
-
-DS_TEST_ENTRY_POINTS(Healthy)
-DS_TEST_ENTRY_POINTS(ThrowingCtor)
-DS_TEST_ENTRY_POINTS(ThrowingActivate, std::tuple<test::IfaceA>)
-DS_TEST_ENTRY_POINTS(ThrowingDeactivate)
+DS_TEST_COMPONENT(ds_test_Healthy, ComponentInstanceImpl<Healthy>())
+DS_TEST_COMPONENT(ds_test_ThrowingCtor, ComponentInstanceImpl<ThrowingCtor>())
+DS_TEST_COMPONENT(ds_test_ThrowingActivate, ComponentInstanceImpl<ThrowingActivate, std::tuple<test::IfaceA>>())
+DS_TEST_COMPONENT(ds_test_ThrowingDeactivate, ComponentInstanceImpl<ThrowingDeactivate>())
 // ds_test::NoSymbol has no entry points on purpose.
