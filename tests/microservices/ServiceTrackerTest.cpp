@@ -1,3 +1,6 @@
+#include "Greeter.h"
+#include "TestBundles.h"
+
 #include "cppmicroservices/BundleContext.h"
 #include "cppmicroservices/Constants.h"
 #include "cppmicroservices/LDAPFilter.h"
@@ -186,6 +189,20 @@ namespace
         EXPECT_EQ(2, untyped.Size());
         ASSERT_TRUE(untyped.GetService());
         EXPECT_EQ(1u, untyped.GetService()->count("trackertest::Clock"));
+    }
+
+    TEST_F(ServiceTrackerTest, ServicesOfAnotherBundleComeAndGoWithItsStartAndStop)
+    {
+        auto greeter = Install(testbundles::Path("TestGreeterBundle"));
+        ServiceTracker<test::Greeter> tracker(context, LDAPFilter("(&(objectclass=test::Greeter)(greeting.language=en))"));
+        tracker.Open();
+        greeter.Start();
+        ASSERT_EQ(1, tracker.Size());
+        EXPECT_EQ("Hello, Ann", tracker.GetService()->Greet("Ann"));
+        greeter.Stop();
+        EXPECT_TRUE(tracker.IsEmpty());
+        greeter.Start();
+        EXPECT_EQ(1, tracker.Size());
     }
 
     TEST_F(ServiceTrackerTest, WaitForServiceReturnsWhatAnotherThreadRegisters)
