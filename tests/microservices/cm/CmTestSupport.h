@@ -1,7 +1,7 @@
 #ifndef TESTS_MICROSERVICES_CM_CMTESTSUPPORT_H
 #define TESTS_MICROSERVICES_CM_CMTESTSUPPORT_H
 
-#include "support/Barrier.h"
+#include "microservices/RunConcurrently.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/Any.h"
@@ -22,6 +22,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -137,40 +138,31 @@ namespace cmtest
         std::string const pid;
     };
 
-    // Holds the delivery thread inside a ManagedService callback until
-    // released, so that tests can queue work behind it.
-    class Gate : public cppmicroservices::service::cm::ManagedService
+    // Holds the delivery thread inside its calls until Open(), so that tests
+    // can queue work behind it.
+    class Gate : public RecordingService
     {
       public:
-        void
-        Updated(AnyMap const&) override
+        Gate()
         {
-            std::unique_lock<std::mutex> lock(gateMutex);
-            entered = true;
-            changed.notify_all();
-            changed.wait_for(lock, kDeadline, [this] { return open; });
+            hook = [opened = opened] { opened.wait_for(kDeadline); };
         }
 
         bool
-        WaitUntilEntered()
+        WaitUntilEntered() const
         {
-            std::unique_lock<std::mutex> lock(gateMutex);
-            return changed.wait_for(lock, kDeadline, [this] { return entered; });
+            return log.WaitForCount(1);
         }
 
         void
         Open()
         {
-            std::lock_guard<std::mutex> lock(gateMutex);
-            open = true;
-            changed.notify_all();
+            open.set_value();
         }
 
       private:
-        std::mutex gateMutex;
-        std::condition_variable changed;
-        bool entered = false; // guarded by gateMutex
-        bool open = false;    // guarded by gateMutex
+        std::promise<void> open;
+        std::shared_future<void> const opened = open.get_future().share();
     };
 
     // The integer property "n" of properties, or -1.
@@ -181,10 +173,39 @@ namespace cmtest
         return found == properties.end() ? -1 : cppmicroservices::any_cast<int>(found->second);
     }
 
+    // The calls as text: "updated fp~a 1" (the pid when known, the property n
+    // when set) or "removed fp~a".
+    inline std::vector<std::string>
+    Texts(std::vector<Call> const& calls)
+    {
+        std::vector<std::string> texts;
+        for (auto const& call : calls)
+        {
+            texts.push_back(std::string(call.kind == Call::Updated ? "updated" : "removed")
+                            + (call.pid.empty() ? "" : " " + call.pid)
+                            + (N(call.properties) == -1 ? "" : " " + std::to_string(N(call.properties))));
+        }
+        return texts;
+    }
+
+    // Whether future completed before the deadline, and not with an exception
+    // (a broken promise, say).
     inline bool
     Ready(std::shared_future<void> const& future)
     {
-        return future.wait_for(kDeadline) == std::future_status::ready;
+        if (future.wait_for(kDeadline) != std::future_status::ready)
+        {
+            return false;
+        }
+        try
+        {
+            future.get();
+            return true;
+        }
+        catch (...)
+        {
+            return false;
+        }
     }
 
     // A real framework with the Configuration Admin bundle installed from
@@ -219,24 +240,6 @@ namespace cmtest
         Register(std::shared_ptr<Impl> const& service, cppmicroservices::Any pid)
         {
             return context.RegisterService<I>(service, { { "service.pid", std::move(pid) } });
-        }
-
-        // As Register, from a thread of its own; returns that thread's id.
-        template <class I, class Impl>
-        std::thread::id
-        RegisterOnOtherThread(std::shared_ptr<Impl> const& service,
-                              std::string const& pid,
-                              cppmicroservices::ServiceRegistration<I>& registration)
-        {
-            std::thread::id id;
-            std::thread other(
-                [&]
-                {
-                    id = std::this_thread::get_id();
-                    registration = Register<I>(service, std::string(pid));
-                });
-            other.join();
-            return id;
         }
 
         cppmicroservices::Bundle cmBundle;

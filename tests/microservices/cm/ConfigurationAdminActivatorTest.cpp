@@ -36,36 +36,25 @@ TEST_F(ConfigurationAdminActivatorTest, StopWhileUpdatesAreInFlightReturnsAndDel
     };
     auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
 
-    testsupport::Barrier barrier(kUpdaters + 1);
     std::atomic<bool> done{ false };
     std::vector<std::vector<std::shared_future<void>>> futures(kUpdaters);
-    std::vector<std::thread> updaters;
-    for (int t = 0; t < kUpdaters; ++t)
-    {
-        updaters.emplace_back(
-            [&, t]
-            {
-                auto configuration = admin->GetFactoryConfiguration("fp", "c" + std::to_string(t));
-                barrier.ArriveAndWait();
-                for (int n = 1; !done || n < 50; ++n)
-                {
-                    futures[t].push_back(configuration->Update(AnyMap{ { "n", n } }));
-                    if (n > 5000)
-                    {
-                        break;
-                    }
-                }
-            });
-    }
-    barrier.ArriveAndWait();
-    ASSERT_TRUE(factory->log.WaitForCount(10));
-    cmBundle.Stop();
-    stopReturned = true;
-    done = true;
-    for (auto& updater : updaters)
-    {
-        updater.join();
-    }
+    testbundles::RunConcurrently(kUpdaters + 1,
+                                 [&](int t)
+                                 {
+                                     if (t == kUpdaters)
+                                     {
+                                         EXPECT_TRUE(factory->log.WaitForCount(10));
+                                         cmBundle.Stop();
+                                         stopReturned = true;
+                                         done = true;
+                                         return;
+                                     }
+                                     auto configuration = admin->GetFactoryConfiguration("fp", "c" + std::to_string(t));
+                                     for (int n = 1; (!done || n < 50) && n <= 5000; ++n)
+                                     {
+                                         futures[t].push_back(configuration->Update(AnyMap{ { "n", n } }));
+                                     }
+                                 });
 
     EXPECT_EQ(Bundle::STATE_RESOLVED, cmBundle.GetState());
     for (auto const& perThread : futures)
