@@ -109,6 +109,26 @@ namespace dstest
                                     "activate(none)"));
         }
 
+        TEST_F(BindingRulesTest, StaticMultipleReferenceInjectsEveryMatchBestFirstAndIsRecreatedWithoutALostOne)
+        {
+            runtime.Stop();
+            auto one = Feed(1, "collect");
+            auto two = Feed(2, "collect", 5);
+            runtime.Start();
+            auto late = Feed(3, "collect");
+            two.Unregister();
+            EXPECT_THAT(Trace("Collector"),
+                        ElementsAre("construct",
+                                    "activate",
+                                    "deactivate",
+                                    "construct(2,1)",
+                                    "activate",
+                                    "deactivate",
+                                    "construct(1,3)",
+                                    "activate"))
+                << "reluctant: the late feed waits for the next instance";
+        }
+
         TEST_F(BindingRulesTest, ComponentNeverBindsItsOwnService)
         {
             EXPECT_THAT(Trace("SelfRef"), ElementsAre("construct", "activate")) << "its own Echo is registered but not bound";

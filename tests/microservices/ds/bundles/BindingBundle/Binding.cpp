@@ -1,6 +1,7 @@
 // Components whose references bind in every way the binding tests follow:
 // dynamic ones bound in place through Bind/Unbind methods, static ones whose
-// change replaces the instance, one that refers to the service it provides,
+// change replaces the instance (one of them injected with every match of a
+// multiple reference), one that refers to the service it provides,
 // and a disabled one next to one that enables and disables components.
 
 #include "DSTestComponent.h"
@@ -66,6 +67,25 @@ namespace ds_test
     {
       public:
         Optional() : FeedUser("Optional") {}
+    };
+
+    // Static, reluctant, 0..n: every match is injected into its constructor.
+    class Collector : public Probed
+    {
+      public:
+        explicit Collector(std::vector<std::shared_ptr<test::Feed>> const& feeds) : Probed("Collector", Ids(feeds)) {}
+
+      private:
+        static std::string
+        Ids(std::vector<std::shared_ptr<test::Feed>> const& feeds)
+        {
+            std::string ids;
+            for (auto const& feed : feeds)
+            {
+                ids += (ids.empty() ? "" : ",") + IdOf(feed);
+            }
+            return ids;
+        }
     };
 
     // Provides test::Echo and binds every other test::Echo dynamically: never its own.
@@ -135,6 +155,8 @@ DS_TEST_COMPONENT(ds_test_Dynamic, ComponentInstanceImpl<Dynamic>({}, Binds<Dyna
 DS_TEST_COMPONENT(ds_test_Multi, ComponentInstanceImpl<Multi>({}, Binds<Multi>("feed", &Multi::Bindfeed, &Multi::Unbindfeed)))
 DS_TEST_COMPONENT(ds_test_Greedy, ComponentInstanceImpl<Greedy>())
 DS_TEST_COMPONENT(ds_test_Optional, ComponentInstanceImpl<Optional>())
+DS_TEST_COMPONENT(ds_test_Collector,
+                  ComponentInstanceImpl<Collector, std::tuple<>, std::vector<std::shared_ptr<test::Feed>>>({ "feed" }))
 DS_TEST_COMPONENT(ds_test_SelfRef,
                   ComponentInstanceImpl<SelfRef, std::tuple<test::Echo>>({}, Binds<SelfRef>("echo", &SelfRef::Bindecho, &SelfRef::Unbindecho)))
 DS_TEST_COMPONENT(dormant, ComponentInstanceImpl<Dormant>())

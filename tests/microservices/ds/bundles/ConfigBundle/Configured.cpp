@@ -59,12 +59,28 @@ namespace ds_test
         std::string setting;
     };
 
-    // Has no Modified: a change of its configuration re-creates it.
+    // Has no Modified, so a change of its configuration re-creates it. The
+    // runtime must construct it with its properties, and its look-alikes of
+    // Activate and Modified (other signatures) are no lifecycle methods.
     class Reconfigured : public Probed
     {
       public:
+        Reconfigured() : Probed("Reconfigured", "without properties") {}
+
         explicit Reconfigured(std::shared_ptr<AnyMap> const& properties) : Probed("Reconfigured", SettingOf(*properties))
         {
+        }
+
+        void
+        Activate()
+        {
+            Record("activate()");
+        }
+
+        void
+        Modified(std::shared_ptr<ComponentContext> const&)
+        {
+            Record("modified(context)");
         }
     };
 } // namespace ds_test
