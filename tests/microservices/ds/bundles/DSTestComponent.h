@@ -57,6 +57,22 @@ namespace ds_test
         int const number;
     };
 
+    // A Probed providing Interface, whose Instance() is the probe's number.
+    template <class Interface>
+    class ProbedService
+        : public Probed
+        , public Interface
+    {
+      public:
+        using Probed::Probed;
+
+        int
+        Instance() const override
+        {
+            return number;
+        }
+    };
+
     // The id of a referenced service as the probe records it.
     template <class Service>
     std::string

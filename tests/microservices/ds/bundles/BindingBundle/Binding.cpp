@@ -89,12 +89,10 @@ namespace ds_test
     };
 
     // Provides test::Echo and binds every other test::Echo dynamically: never its own.
-    class SelfRef
-        : public Probed
-        , public test::Echo
+    class SelfRef : public ProbedService<test::Echo>
     {
       public:
-        SelfRef() : Probed("SelfRef") {}
+        SelfRef() : ProbedService("SelfRef") {}
 
         void
         Bindecho(std::shared_ptr<test::Echo> const& echo)
@@ -106,12 +104,6 @@ namespace ds_test
         Unbindecho(std::shared_ptr<test::Echo> const& echo)
         {
             Record("unbind", std::to_string(echo->Instance()));
-        }
-
-        int
-        Instance() const override
-        {
-            return number;
         }
     };
 

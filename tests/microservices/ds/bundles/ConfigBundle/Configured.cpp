@@ -19,13 +19,11 @@ namespace ds_test
         return found == properties.end() ? std::string("unset") : found->second.ToStringNoExcept();
     }
 
-    class Configured
-        : public Probed
-        , public test::Configured
+    class Configured : public ProbedService<test::Configured>
     {
       public:
         explicit Configured(std::shared_ptr<AnyMap> const& properties)
-            : Probed("Configured", SettingOf(*properties))
+            : ProbedService("Configured", SettingOf(*properties))
             , setting(SettingOf(*properties))
         {
         }
@@ -39,12 +37,6 @@ namespace ds_test
                 setting = changed;
             }
             Record("modified", changed);
-        }
-
-        int
-        Instance() const override
-        {
-            return number;
         }
 
         std::string

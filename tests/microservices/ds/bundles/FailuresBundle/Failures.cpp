@@ -19,24 +19,16 @@ namespace ds_test
         ThrowingCtor() { throw std::runtime_error("constructor refuses"); }
     };
 
-    class ThrowingActivate
-        : public Probed
-        , public test::IfaceA
+    class ThrowingActivate : public ProbedService<test::IfaceA>
     {
       public:
-        ThrowingActivate() : Probed("ThrowingActivate") {}
+        ThrowingActivate() : ProbedService("ThrowingActivate") {}
 
         void
         Activate(std::shared_ptr<ComponentContext> const&)
         {
             Record("activate");
             throw std::runtime_error("activation refuses");
-        }
-
-        int
-        Instance() const override
-        {
-            return number;
         }
     };
 

@@ -8,13 +8,12 @@ namespace ds_test
 {
     // Records the ids of its injected services and the "flavour" property it is activated with.
     class Triple
-        : public Probed
-        , public test::IfaceA
+        : public ProbedService<test::IfaceA>
         , public test::IfaceB
     {
       public:
         Triple(std::shared_ptr<test::RefA> const& a, std::shared_ptr<test::RefB> const& b, std::shared_ptr<test::RefC> const& c)
-            : Probed("Triple", IdOf(a) + "," + IdOf(b) + "," + IdOf(c))
+            : ProbedService("Triple", IdOf(a) + "," + IdOf(b) + "," + IdOf(c))
         {
         }
 
@@ -26,12 +25,6 @@ namespace ds_test
             Record("activate", flavour == properties.end() ? std::string() : flavour->second.ToStringNoExcept());
         }
 
-        int
-        Instance() const override
-        {
-            return number;
-        }
-
         std::string
         Flavour() const override
         {
@@ -41,12 +34,10 @@ namespace ds_test
 
     // Records whether the context knows the component's own registration
     // and, wrongly for a singleton, a using bundle.
-    class Lazy
-        : public Probed
-        , public test::LazyService
+    class Lazy : public ProbedService<test::LazyService>
     {
       public:
-        Lazy() : Probed("Lazy") {}
+        Lazy() : ProbedService("Lazy") {}
 
         void
         Activate(std::shared_ptr<ComponentContext> const& context)
@@ -58,48 +49,26 @@ namespace ds_test
             }
             Record("activate", detail);
         }
-
-        int
-        Instance() const override
-        {
-            return number;
-        }
     };
 
     // Created by the first GetService, replaced when its reference goes.
-    class OnDemand
-        : public Probed
-        , public test::OnDemand
+    class OnDemand : public ProbedService<test::OnDemand>
     {
       public:
-        explicit OnDemand(std::shared_ptr<test::RefA> const& a) : Probed("OnDemand", IdOf(a)) {}
-
-        int
-        Instance() const override
-        {
-            return number;
-        }
+        explicit OnDemand(std::shared_ptr<test::RefA> const& a) : ProbedService("OnDemand", IdOf(a)) {}
     };
 
     // Every ServiceObjects::GetService makes one; records the bundle it was made for.
-    class Prototype
-        : public Probed
-        , public test::Echo
+    class Prototype : public ProbedService<test::Echo>
     {
       public:
-        Prototype() : Probed("Prototype") {}
+        Prototype() : ProbedService("Prototype") {}
 
         void
         Activate(std::shared_ptr<ComponentContext> const& context)
         {
             auto const user = context->GetUsingBundle();
             Record("activate", user ? user.GetSymbolicName() : "nobody");
-        }
-
-        int
-        Instance() const override
-        {
-            return number;
         }
     };
 } // namespace ds_test
