@@ -1,6 +1,7 @@
-// Reference services registered and unregistered from many threads at once,
-// released together through a barrier: every instance that is activated is
-// deactivated exactly once, lives never overlap, nothing deadlocks.
+// Reference services registered and unregistered, and delayed components
+// used, from many threads at once: every instance that is activated is
+// deactivated exactly once, lives never overlap, nothing deadlocks, and a
+// delayed component is created once however many ask for it at once.
 
 #include "DSFixture.h"
 #include "microservices/RunConcurrently.h"
@@ -46,17 +47,29 @@ namespace dstest
             static constexpr int kRounds = 60;
         };
 
+        // kThreads threads churn the references of the immediate Triple and of
+        // the delayed OnDemand, as many more use OnDemand meanwhile.
         TEST_F(ComponentManagerConcurrencyTest, ReferenceChurnFromManyThreadsActivatesAndDeactivatesEachInstanceOnce)
         {
             StartBundle("DSTestLifecycleBundle");
             auto b = Register<test::RefB>(2);
             auto c = Register<test::RefC>(3);
-            testbundles::RunConcurrently(kThreads,
+            testbundles::RunConcurrently(2 * kThreads,
                                          [&](int t)
                                          {
                                              for (int round = 0; round < kRounds; ++round)
                                              {
                                                  int const id = 1000 * (t + 1) + round;
+                                                 if (t >= kThreads)
+                                                 {
+                                                     // Null when the life ends between the lookup and the call,
+                                                     // or while the instance is being made.
+                                                     if (auto reference = context.GetServiceReference<test::OnDemand>())
+                                                     {
+                                                         context.GetService(reference);
+                                                     }
+                                                     continue;
+                                                 }
                                                  // Some threads churn another reference too, so lives end for several reasons.
                                                  auto extraB = t % 3 == 2 ? Register<test::RefB>(id, { { "service.ranking", 1 } })
                                                                           : cppmicroservices::ServiceRegistration<test::RefB>();
@@ -69,8 +82,10 @@ namespace dstest
                                              }
                                          });
             EXPECT_FALSE(context.GetServiceReference<test::IfaceA>()) << "no RefA is left: the component is unsatisfied";
+            EXPECT_FALSE(context.GetServiceReference<test::OnDemand>());
             EXPECT_GT(LifecycleProbe::Get().Count("Triple", "activate"), 0u);
             ExpectSerialLivesAllEnded();
+            ExpectSerialLivesAllEnded("OnDemand");
 
             // A last life, ended by the framework's stop.
             auto a = Register<test::RefA>(1);
@@ -99,44 +114,27 @@ namespace dstest
             EXPECT_FALSE(context.GetServiceReference<test::IfaceA>());
         }
 
-        TEST_F(ComponentManagerConcurrencyTest, DelayedComponentUsedWhileItsReferenceChurnsHasSerialLives)
+        TEST_F(ComponentManagerConcurrencyTest, DelayedComponentIsCreatedOnceOnItsFirstConcurrentUse)
         {
-            StartBundle("DSTestLifecycleBundle");
-            testbundles::RunConcurrently(kThreads,
-                                         [&](int t)
-                                         {
-                                             for (int round = 0; round < kRounds; ++round)
-                                             {
-                                                 if (t % 2 == 0)
-                                                 {
-                                                     Register<test::RefA>(1000 * (t + 1) + round).Unregister();
-                                                 }
-                                                 else if (auto reference = context.GetServiceReference<test::OnDemand>())
-                                                 {
-                                                     // Null when the life ends between the lookup and the call, or
-                                                     // while the instance is being made.
-                                                     context.GetService(reference);
-                                                 }
-                                             }
-                                         });
-            EXPECT_FALSE(context.GetServiceReference<test::OnDemand>());
-            ExpectSerialLivesAllEnded("OnDemand");
-        }
-
-        TEST_F(ComponentManagerConcurrencyTest, ConcurrentFirstUseCreatesTheDelayedComponentOnce)
-        {
-            StartBundle("DSTestLifecycleBundle");
+            auto lifecycle = StartBundle("DSTestLifecycleBundle");
             auto reference = context.GetServiceReference<test::LazyService>();
-            ASSERT_TRUE(reference);
+            ASSERT_TRUE(reference) << "a delayed component registers its service at once";
+            EXPECT_EQ("singleton", reference.GetProperty("service.scope").ToString());
+            EXPECT_TRUE(Calls("Lazy").empty());
+
+            // Users in three bundles: the framework makes one call per bundle, so the runtime sees three at once.
+            std::vector<cppmicroservices::BundleContext> users{ context, runtime.GetBundleContext(),
+                                                                      lifecycle.GetBundleContext() };
             std::vector<std::shared_ptr<test::LazyService>> got(kThreads);
-            testbundles::RunConcurrently(kThreads, [&](int t) { got[t] = context.GetService(reference); });
+            testbundles::RunConcurrently(kThreads, [&](int t) { got[t] = users[t % users.size()].GetService(reference); });
             for (auto const& service : got)
             {
                 ASSERT_TRUE(service);
                 EXPECT_EQ(got.front(), service);
             }
-            EXPECT_EQ(1u, LifecycleProbe::Get().Count("Lazy", "construct"));
-            EXPECT_EQ(1u, LifecycleProbe::Get().Count("Lazy", "activate"));
+            EXPECT_EQ(1, got.front()->Instance());
+            EXPECT_EQ((std::vector<std::string>{ "construct#1", "activate#1" }), Calls("Lazy"))
+                << "Activate sees its own registration, and a singleton has no using bundle";
         }
     } // namespace
 } // namespace dstest

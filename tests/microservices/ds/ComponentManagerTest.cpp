@@ -1,5 +1,5 @@
 // The life of components through a real framework: satisfaction by
-// references, registration, delayed creation, replacement on a lost static
+// references, registration, prototype scope, replacement on a lost static
 // reference, and deactivation on stop.
 
 #include "DSFixture.h"
@@ -78,25 +78,6 @@ namespace dstest
             auto reference = context.GetServiceReference<test::IfaceA>();
             ASSERT_TRUE(reference);
             EXPECT_EQ(3, context.GetService(reference)->Instance());
-        }
-
-        TEST_F(ComponentManagerTest, DelayedComponentIsCreatedOnFirstGetServiceOnly)
-        {
-            StartBundle("DSTestLifecycleBundle");
-            auto reference = context.GetServiceReference<test::LazyService>();
-            ASSERT_TRUE(reference) << "a delayed component registers its service at once";
-            EXPECT_EQ("singleton", reference.GetProperty("service.scope").ToString());
-            EXPECT_THAT(Calls("Lazy"), IsEmpty());
-
-            auto first = context.GetService(reference);
-            ASSERT_TRUE(first);
-            EXPECT_THAT(Calls("Lazy"), ElementsAre("construct#1", "activate#1"))
-                << "Activate sees its own registration, and a singleton has no using bundle";
-            EXPECT_EQ(1, first->Instance());
-
-            auto again = context.GetService(reference);
-            EXPECT_EQ(first, again);
-            EXPECT_THAT(Calls("Lazy"), ElementsAre("construct#1", "activate#1"));
         }
 
         TEST_F(ComponentManagerTest, PrototypeScopeMakesAnInstancePerUseAndDeactivatesItWhenReleased)
