@@ -15,11 +15,12 @@ constexpr std::chrono::milliseconds kDirectoryTimeout{5000};
 }  // namespace
 
 InProcessDiscoveryImpl::InProcessDiscoveryImpl(ContextFactory contextFactory)
-    : contextFactory_(std::move(contextFactory)) {}
+    : contextFactory_(std::make_shared<const ContextFactory>(std::move(contextFactory))) {}
 
 std::unique_ptr<agent::directory::DirectoryServiceClient> InProcessDiscoveryImpl::getFrameworkDiscoveryService(
     unsigned int concurrency) const {
-    return std::make_unique<agent::directory::DirectoryServiceClient>(contextFactory_(concurrency), kDirectoryTimeout);
+    return std::make_unique<agent::directory::DirectoryServiceClient>((*contextFactory_)(concurrency), kDirectoryTimeout,
+                                                                       contextFactory_);
 }
 
 cppmicroservices::ServiceRegistrationBase registerInProcessDiscoveryImpl(cppmicroservices::BundleContext context,

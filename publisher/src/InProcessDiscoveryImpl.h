@@ -20,12 +20,15 @@ public:
 
     explicit InProcessDiscoveryImpl(ContextFactory contextFactory);
 
-    // Throws std::invalid_argument when the connection is gone (its contexts are empty).
+    // Throws std::invalid_argument when the connection is gone (its contexts are empty). A
+    // client keeps the connection's container: once the connection is torn down its calls
+    // fail with "Directory service request failed: <cause>".
     std::unique_ptr<agent::directory::DirectoryServiceClient> getFrameworkDiscoveryService(
         unsigned int concurrency) const override;
 
 private:
-    const ContextFactory contextFactory_;
+    // Shared with the clients: the factory holds the container their contexts borrow from.
+    const std::shared_ptr<const ContextFactory> contextFactory_;
 };
 
 // Registers a bridge for the connection's contexts with "spf::legacyservicepublisher::selfPublished"

@@ -98,25 +98,23 @@ ServicePublisher::AgentConnections::iterator ServicePublisher::addInProcessExcha
         if (subscription.is_nil()) {
             return agentConnections.end();
         }
-        // Every service gets the context of a fresh client; the context outlives its client
-        // as long as the discovery service lives, which the cleanup closure sees to.
+        // Every service gets the context of a fresh client of this connection's discovery
+        // service (not of whichever is tracked by then); the factory keeps that service, and
+        // so its exchange, as long as a copy of it lives.
         std::function<agent::core::serviceutils::Context(unsigned int)> contextFactory =
-            [this](unsigned int concurrency) {
-                auto fresh = getInProcessFrameworkDiscoveryService(concurrency);
-                if (!fresh.first) {
+            [discovery = std::move(discovery)](unsigned int concurrency) {
+                try {
+                    const auto fresh = discovery->getFrameworkDiscoveryService(concurrency);
+                    return fresh ? fresh->getAssociatedContext() : agent::core::serviceutils::Context();
+                } catch (...) {
+                    logCurrentException(severity::info, "Obtaining a FrameworkDiscoveryService threw an exception");
                     return agent::core::serviceutils::Context();
                 }
-                auto context = fresh.first->getAssociatedContext();
-                // The client goes before the discovery service it uses, which this copy may be
-                // the last to hold.
-                fresh.first.reset();
-                return context;
             };
-        std::function<void(ForceCleanup)> keepAlive = [discovery = std::move(discovery)](ForceCleanup) {};
         // An existing connection stays; the new record goes again, its cleanup doing nothing.
         return agentConnections
             .emplace(keywords::inProcess,
-                     AgentConnection(std::move(contextFactory), std::move(keepAlive), std::move(client), subscription))
+                     AgentConnection(std::move(contextFactory), nullptr, std::move(client), subscription))
             .first;
     } catch (...) {
         logCurrentException(severity::error, "Failed to create AgentConnection for inprocess exchange");

@@ -87,13 +87,18 @@ TEST_F(ConnectionsTest, TheServiceHostsExchangeIsOfferedToTheProcessOnceAndWithd
     activate();
     publisher->Updated(kPid, configuration(1, {"norbridgeServiceHostDiscovery"}));
     ASSERT_TRUE(testsupport::WaitFor([&] { return bridges().size() == 1; }, kDeadline));
-    EXPECT_THAT(context.GetService(bridges().front())->getFrameworkDiscoveryService(1)->queryDirectoryForServiceUUIDs(
-                    "directory"), ::testing::SizeIs(1)) << "a client on the service host's exchange";
+    // The user keeps a client, not the bridge.
+    const auto held = context.GetService(bridges().front())->getFrameworkDiscoveryService(1);
+    EXPECT_THAT(held->queryDirectoryForServiceUUIDs("directory"), ::testing::SizeIs(1))
+        << "a client on the service host's exchange";
     EXPECT_FALSE(Access::hasInProcess(*publisher)) << "its own bridge is not the publisher's in-process exchange";
 
-    // It used to stay behind, its contexts empty, and a new activation added a second one.
+    // It used to stay behind, its contexts empty, and a new activation added a second one. The
+    // client held on used to reach into the connection's freed container.
     deactivate();
     EXPECT_THAT(bridges(), IsEmpty());
+    EXPECT_THAT([&] { held->queryDirectoryForServiceUUIDs("directory"); },
+                ::testing::ThrowsMessage<std::runtime_error>(::testing::StartsWith("Directory service request failed: ")));
     activate();
     ASSERT_TRUE(testsupport::WaitFor([&] { return bridges().size() == 1; }, kDeadline));
     ASSERT_TRUE(waitForMorePasses(2));

@@ -17,8 +17,9 @@ using PlatformBundlesTest = testsupport::FrameworkFixture;
 
 // The four bundles run together end to end, where the publisher looks their services up by type.
 // Here each offers its service under the name other bundles use while active; stopping releases
-// the thread pool, though a user holds it, and keeps the in-process exchange working for a user.
-TEST_F(PlatformBundlesTest, EachBundleOffersItsServiceWhileActiveAndTheExchangeOutlivesItsBundleForAUser) {
+// the thread pool, though a user holds it, and keeps the in-process exchange working for a client
+// handed out, whose user let the discovery service itself go before the bundle stopped.
+TEST_F(PlatformBundlesTest, EachBundleOffersItsServiceWhileActiveAndTheExchangeOutlivesItsBundleForAClient) {
     const std::pair<const char*, std::string> rows[] = {
         {"spf_threadpoolprovider", "agent::spf::threadpoolprovider::ThreadPoolProvider"},
         {"spf_serialisationcatalogue", "agent::spf::serialisation::SerialisationCatalogue"},
@@ -34,9 +35,9 @@ TEST_F(PlatformBundlesTest, EachBundleOffersItsServiceWhileActiveAndTheExchangeO
         EXPECT_EQ(bundles.back(), references.front().GetBundle()) << name;
     }
     auto executor = context.GetService(context.GetServiceReference<threadpoolprovider::ThreadPoolProvider>())->getExecutor();
-    // The user holds the service, and a client of it.
-    auto discovery = context.GetService(context.GetServiceReference<inprocessdiscovery::InProcessDiscovery>());
-    auto client = discovery->getFrameworkDiscoveryService(3);
+    // The user holds only a client of the service.
+    auto client = context.GetService(context.GetServiceReference<inprocessdiscovery::InProcessDiscovery>())
+                      ->getFrameworkDiscoveryService(3);
     directoryinterfaces::ServiceInstanceInfo info;
     info.name = "Registered";
     info.instance = testsupport::randomId();

@@ -130,8 +130,9 @@ thread_local const DirectoryServiceClient::Subscription::Delivery*
     DirectoryServiceClient::Subscription::Delivery::current = nullptr;
 
 DirectoryServiceClient::DirectoryServiceClient(const core::serviceutils::Context& context,
-                                               const boost::optional<std::chrono::milliseconds>& timeout)
-    : context_(context), timeout_(timeout) {
+                                               const boost::optional<std::chrono::milliseconds>& timeout,
+                                               std::shared_ptr<const void> owner)
+    : owner_(std::move(owner)), context_(context), timeout_(timeout) {
     if (context_.getTransport() == nullptr || context_.getPool() == nullptr) {
         throw std::invalid_argument("DirectoryServiceClient needs a context with a transport");
     }

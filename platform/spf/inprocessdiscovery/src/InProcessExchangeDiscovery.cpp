@@ -25,21 +25,41 @@ std::shared_ptr<core::container::ServiceContainer> connectedContainer(const std:
 
 }  // namespace
 
-InProcessExchangeDiscovery::InProcessExchangeDiscovery(std::chrono::milliseconds timeout)
-    : timeout_(timeout), endpoint_(exchange_.listen(uniqueInprocUrl())),
-      container_(connectedContainer(endpoint_, timeout)) {}
+// The exchange and the container on it, owned jointly by the discovery and its clients.
+class InProcessExchangeDiscovery::SharedExchange {
+public:
+    explicit SharedExchange(std::chrono::milliseconds timeout)
+        : endpoint(exchange.listen(uniqueInprocUrl())), container(connectedContainer(endpoint, timeout)) {}
+    ~SharedExchange() {
+        // Orderly first, so that handlers still running finish before the pool goes; the
+        // container's own destructor would only force the transport closed.
+        container->disconnectTransport();
+    }
+    SharedExchange(const SharedExchange&) = delete;
+    SharedExchange& operator=(const SharedExchange&) = delete;
 
-InProcessExchangeDiscovery::~InProcessExchangeDiscovery() {
-    // Orderly first, so that handlers still running finish before the pool goes; the
-    // container's own destructor would only force the transport closed.
-    container_->disconnectTransport();
-}
+    // Declared before the container: destroyed after it, so the container takes leave of
+    // a running exchange.
+    nanomsgtransport::Exchange exchange;
+    const std::string endpoint;
+    const std::shared_ptr<core::container::ServiceContainer> container;
+};
+
+InProcessExchangeDiscovery::InProcessExchangeDiscovery(std::chrono::milliseconds timeout)
+    : timeout_(timeout), exchange_(std::make_shared<SharedExchange>(timeout)), endpoint_(exchange_->endpoint) {}
+
+InProcessExchangeDiscovery::~InProcessExchangeDiscovery() = default;
 
 std::unique_ptr<directory::DirectoryServiceClient> InProcessExchangeDiscovery::getFrameworkDiscoveryService(
     unsigned int concurrency) const {
-    auto context = container_->createContext(container_->generateServiceInstance());
+    auto& container = *exchange_->container;
+    auto context = container.createContext(container.generateServiceInstance());
     context.getThreadPool().setConcurrencyLimit(concurrency);
-    return std::make_unique<directory::DirectoryServiceClient>(context, timeout_);
+    return std::make_unique<directory::DirectoryServiceClient>(context, timeout_, exchange_);
+}
+
+std::string InProcessExchangeDiscovery::listen(const std::string& url) {
+    return exchange_->exchange.listen(url);
 }
 
 }  // namespace agent::spf::inprocessdiscovery

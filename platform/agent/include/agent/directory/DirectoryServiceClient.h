@@ -41,15 +41,21 @@ DirectoryCallback makeCallbackFunction(
 // Subscriptions: each has its own callback address on the context's transport. Its
 // callback runs on the context's pool, one notification at a time, in the order the
 // directory produced them. Thread-safe; the context's pool and transport must outlive the
-// client. The destructor ends the subscriptions still open and waits for their callbacks
-// (so it must not run inside one of them).
+// client, which they do when the client holds their owner (see the constructor). The
+// destructor ends the subscriptions still open and waits for their callbacks (so it must
+// not run inside one of them).
 class DirectoryServiceClient {
 public:
     enum CallbackMode { OnlyNewChanges = 0, Retrospectively = 1 };
 
+    // `owner`, when given, is what keeps the context's pool and transport: the client holds
+    // it until everything else of the client is gone, so that a client handed out stays
+    // safe to use however long its user keeps it. Releasing the last reference may close
+    // an exchange, so the last client must not be destroyed on that exchange's pool.
     // Throws std::invalid_argument("DirectoryServiceClient needs a context with a transport").
     DirectoryServiceClient(const core::serviceutils::Context& context,
-                           const boost::optional<std::chrono::milliseconds>& timeout);
+                           const boost::optional<std::chrono::milliseconds>& timeout,
+                           std::shared_ptr<const void> owner = nullptr);
     ~DirectoryServiceClient();
     DirectoryServiceClient(const DirectoryServiceClient&) = delete;
     DirectoryServiceClient& operator=(const DirectoryServiceClient&) = delete;
@@ -94,6 +100,8 @@ private:
 
     core::transport::Message call(const core::transport::Message& request) const;
 
+    // First, so that it goes last: the context's facade waits for its work on the pool.
+    const std::shared_ptr<const void> owner_;
     core::serviceutils::Context context_;
     boost::optional<std::chrono::milliseconds> timeout_;
 

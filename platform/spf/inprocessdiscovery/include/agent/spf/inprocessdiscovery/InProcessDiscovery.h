@@ -18,9 +18,10 @@ public:
     // (getAssociatedContext()) has a fresh service-instance uuid and runs its work on the
     // exchange's container, at most `concurrency` items at once (0 = no limit); copies of
     // that context stay usable after the client is gone, as long as this service lives.
-    // The caller owns the client and must destroy it before releasing this service.
-    // Blocks only to build the client. Any thread. Throws std::runtime_error when no
-    // client can be made (each implementation says when).
+    // The caller owns the client, which keeps what it uses: it may outlive this service and
+    // its bundle, and then either still works or fails its calls with std::runtime_error
+    // (each implementation says which). Blocks only to build the client. Any thread. Throws
+    // std::runtime_error when no client can be made (each implementation says when).
     virtual std::unique_ptr<agent::directory::DirectoryServiceClient> getFrameworkDiscoveryService(
         unsigned int concurrency) const = 0;
 

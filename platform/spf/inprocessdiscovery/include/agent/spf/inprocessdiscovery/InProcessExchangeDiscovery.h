@@ -16,11 +16,11 @@ namespace agent::spf::inprocessdiscovery {
 // work of every context handed out (no maximum: a handler waiting for another handler of
 // the same container must not starve it). The exchange hosts the directory.
 //
-// Lifecycle: the constructor listens and connects; the destructor disconnects the
-// container in order (waiting for handlers that run), then closes the exchange. Every
-// client and every context copy must be gone by then, and the destructor must not run on
-// the container's pool (so the last reference is not released by a handler or a
-// directory callback).
+// Lifecycle: the constructor listens and connects. This object and every client it hands
+// out share the exchange: the last of them to go disconnects the container in order
+// (waiting for handlers that run), then closes the exchange. Context copies do not keep
+// it; they must be gone by then. The last owner must not go on the container's pool (so
+// the last reference is not released by a handler or a directory callback).
 class InProcessExchangeDiscovery final : public InProcessDiscovery {
 public:
     // `timeout` bounds connecting, each request that names no timeout of its own, and
@@ -29,7 +29,7 @@ public:
     explicit InProcessExchangeDiscovery(std::chrono::milliseconds timeout = std::chrono::seconds(5));
     ~InProcessExchangeDiscovery() override;
 
-    // Never throws for lack of an exchange while this object lives (std::bad_alloc aside).
+    // Never throws for lack of an exchange (std::bad_alloc aside): the client keeps it open.
     std::unique_ptr<agent::directory::DirectoryServiceClient> getFrameworkDiscoveryService(
         unsigned int concurrency) const override;
 
@@ -37,15 +37,14 @@ public:
     const std::string& endpoint() const noexcept { return endpoint_; }
     // Lets containers of other processes join too, at `url` (ipc:// or tcp://); returns the
     // URL they dial. Throws the exchange's std::runtime_error when it cannot listen there.
-    std::string listen(const std::string& url) { return exchange_.listen(url); }
+    std::string listen(const std::string& url);
 
 private:
+    class SharedExchange;
+
     const std::chrono::milliseconds timeout_;
-    // Declared before the container: destroyed after it, so the container takes leave of
-    // a running exchange.
-    agent::nanomsgtransport::Exchange exchange_;
+    const std::shared_ptr<SharedExchange> exchange_;
     const std::string endpoint_;
-    const std::shared_ptr<agent::core::container::ServiceContainer> container_;
 };
 
 }  // namespace agent::spf::inprocessdiscovery
