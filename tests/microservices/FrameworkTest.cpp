@@ -48,6 +48,7 @@ namespace
         framework.Stop();
         EXPECT_EQ(FrameworkEvent::FRAMEWORK_STOPPED, framework.WaitForStop(0ms).GetType());
         EXPECT_EQ(Bundle::STATE_RESOLVED, framework.GetState());
+        EXPECT_EQ(FrameworkEvent::FRAMEWORK_STOPPED, events->Types().back()) << "framework listeners see the stop";
     }
 
     TEST(FrameworkLifecycleTest, AFailingBundleStopIsReportedByWaitForStop)

@@ -174,14 +174,4 @@ namespace
         EXPECT_EQ(2, calls) << "the nested registration was delivered before the removal";
         EXPECT_EQ(2u, context.GetServiceReferences<Echo>().size());
     }
-
-    TEST_F(ServiceListenersTest, FrameworkListenersSeeTheFrameworkStop)
-    {
-        auto log = std::make_shared<FrameworkLog>();
-        auto token = context.AddFrameworkListener([log](FrameworkEvent const& e) { (*log)(e); });
-        StopFramework();
-        auto types = log->Types();
-        ASSERT_FALSE(types.empty());
-        EXPECT_EQ(FrameworkEvent::FRAMEWORK_STOPPED, types.back());
-    }
 } // namespace
