@@ -1,9 +1,5 @@
 #include "agent/spf/servicepublisher/HighestVersionedInterfaceWithMatchingPropertiesFinder.h"
 
-#include "foundation/log/CaptureSink.h"
-#include "foundation/log/Severity.h"
-#include "foundation/log/Sink.h"
-
 #include <boost/multi_index/composite_key.hpp>
 #include <boost/multi_index/mem_fun.hpp>
 #include <boost/multi_index/ordered_index.hpp>
@@ -93,6 +89,9 @@ TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, FindsTheHighestF
         {"Greeter", APIVersion(4), {{"lang", "en"}}, "none", kNoVersion + "4.0.0.0"},
         {"Greeter", APIVersion(2), {{"lang", "DE"}, {"tier/level", "gold"}}, "none",
          kNoVersion + "2.0.0.0 and all required service properties {\"lang\":\"DE\",\"tier\":{\"level\":\"gold\"}}"},
+        // The message escapes what JSON must.
+        {"Greeter", APIVersion(1), {{"quote\"d", "back\\slash\nnew line"}}, "none",
+         kNoVersion + "1.0.0.0 and all required service properties {\"quote\\\"d\":\"back\\\\slash\\nnew line\"}"},
     };
     for (const auto& row : rows) {
         ptree requested;
@@ -105,39 +104,6 @@ TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, FindsTheHighestF
             << row.name << " " << row.version;
         EXPECT_EQ(row.logged.empty() ? std::vector<std::string>{} : std::vector<std::string>{row.logged}, logged);
     }
-}
-
-// The message escapes what JSON must; a map keyed by name and version is searched too; without a
-// log function the library logger warns, and a throwing one does not spoil the search.
-TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, MessagesOtherIndexesAndLogFunctions) {
-    ptree tree;
-    tree.put("quote\"d", "back\\slash\nnew line");
-    EXPECT_EQ(kNoVersion + "1.0.0.0 and all required service properties {\"quote\\\"d\":\"back\\\\slash\\nnew line\"}",
-              HighestVersionedInterfaceWithMatchingPropertiesFinder("Greeter", APIVersion(1), tree, [](auto&&) {})
-                  .noMatchingPropertiesMessage());
-
-    // A map keyed by name and version is searched the same way, its properties found by an accessor.
-    const std::map<std::pair<std::string, APIVersion>, std::pair<int, Properties>> wrapped{
-        {{"Greeter", APIVersion(2, 1)}, {0, {{"lang", "en"}}}}, {{"Greeter", APIVersion(2, 4)}, {0, {{"lang", "de"}}}}};
-    tree.clear();
-    tree.put("lang", "en");
-    const auto found = HighestVersionedInterfaceWithMatchingPropertiesFinder("Greeter", APIVersion(2, 9), tree, [](auto&&) {})(
-        wrapped, [](const auto& element) -> const Properties& { return element.second.second; });
-    ASSERT_NE(wrapped.end(), found);
-    EXPECT_EQ(APIVersion(2, 1), found->first.second);
-
-    InterfaceIndex empty;
-    EXPECT_NO_THROW(EXPECT_EQ(empty.end(), HighestVersionedInterfaceWithMatchingPropertiesFinder(
-                                               "Greeter", APIVersion(9), ptree(),
-                                               [](const std::string&) { throw std::runtime_error("log is full"); })(empty)));
-    auto capture = std::make_shared<foundation::log::capture_sink>("agent::spf::servicepublisher");
-    foundation::log::addSink(capture);
-    EXPECT_EQ(empty.end(), HighestVersionedInterfaceWithMatchingPropertiesFinder("Greeter", APIVersion(9), ptree())(empty));
-    foundation::log::removeSink(capture);
-    const auto records = capture->records();
-    ASSERT_EQ(1u, records.size());
-    EXPECT_EQ(foundation::log::severity::warning, records[0].severity);
-    EXPECT_EQ(kNoVersion + "9.0.0.0", records[0].text);
 }
 
 }  // namespace

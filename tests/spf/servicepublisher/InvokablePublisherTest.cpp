@@ -18,28 +18,8 @@
 namespace {
 
 using namespace publishertest;
-using agent::spf::servicepublisher::InvokableFactoryDescription;
-using agent::spf::servicepublisher::InvokableFactoryEventKind;
 using cppmicroservices::AnyMap;
 using cppmicroservices::LDAPFilter;
-
-// Records every listener call as "Added <name> <version>" / "Removed <name> <version>".
-struct EventLog {
-    std::mutex eventsMutex;  // guards events
-    std::vector<std::string> events;
-
-    agent::spf::servicepublisher::InvokableFactoryListener listener() {
-        return [this](InvokableFactoryEventKind kind, const InvokableFactoryDescription& factory) {
-            std::lock_guard<std::mutex> lock(eventsMutex);
-            events.push_back((kind == InvokableFactoryEventKind::Added ? "Added " : "Removed ") + factory.name + " " +
-                             factory.version.toString());
-        };
-    }
-    std::vector<std::string> taken() {
-        std::lock_guard<std::mutex> lock(eventsMutex);
-        return std::exchange(events, {});
-    }
-};
 
 auto registering(Publisher& publisher, Publisher::GetCallback get, Publisher::UngetCallback unget, std::string name,
                  AnyMap endpoint, AnyMap service) {
@@ -120,7 +100,6 @@ TEST(InvokablePublisherTest, BadRequestsGetClearErrors) {
         {registering(publisher, get, unget, "", {}, {}), "An invokable factory needs a name", true},
         {registering(publisher, get, unget, "Greeter", {}, caseVariants), variants, true},
         {registering(publisher, get, unget, "Greeter", caseVariants, {}), variants, true},
-        {[&] { publisher.addInvokableFactoryListener(nullptr); }, "An invokable factory listener needs a function", true},
     };
     for (const auto& [request, text, invalidArgument] : rows) {
         try {
@@ -147,21 +126,16 @@ TEST(InvokablePublisherTest, BadRequestsGetClearErrors) {
     EXPECT_THROW(future.get(), std::logic_error);
 }
 
-// A listener hears of the factories already there when it asks, in registration order. After a
-// withdrawal, or the publisher's destruction, no callback of the factory runs: what is still out
-// belongs to the registrant and goes with the client's last copy.
-TEST(InvokablePublisherTest, WithdrawalAndDestructionTellListenersAndRunNoCallbackAfterwards) {
-    EventLog told;  // both outlive the publisher, whose destruction tells its listeners
-    EventLog notTold;
+// After a withdrawal, or the publisher's destruction, no callback of the factory runs: what is
+// still out belongs to the registrant and goes with the client's last copy. A get-callback may
+// withdraw its own factory; a failing unget callback is logged when the last copy goes.
+TEST(InvokablePublisherTest, WithdrawalAndDestructionRunNoCallbackAfterwardsAndCallbacksMayFailOrUseThePublisher) {
     CountingFactory factory;
     std::shared_ptr<Invokable> explicitlyReturned, droppedLater, survivor;
     {
         Publisher publisher;
         const auto greeter = factory.registerWith(publisher, "Greeter", APIVersion(2, 1));
         const auto farewell = factory.registerWith(publisher, "Farewell", APIVersion(2));
-        publisher.addInvokableFactoryListener(told.listener(), true);
-        const auto token = publisher.addInvokableFactoryListener(notTold.listener());
-        EXPECT_EQ((std::vector<std::string>{"Added Greeter 2.1.0.0", "Added Farewell 2.0.0.0"}), told.taken());
         explicitlyReturned = publisher.getInvokable(greeter);
         droppedLater = publisher.getInvokable(greeter);
         survivor = publisher.getInvokable(farewell);
@@ -169,11 +143,8 @@ TEST(InvokablePublisherTest, WithdrawalAndDestructionTellListenersAndRunNoCallba
         EXPECT_FALSE(publisher.isRegistered(greeter));
         EXPECT_TRUE(publisher.findInvokableFactories("Greeter", 2).empty());
         EXPECT_FALSE(publisher.ungetInvokable(explicitlyReturned)) << "the registrant owns what is still out";
-        EXPECT_EQ(std::vector<std::string>{"Removed Greeter 2.1.0.0"}, notTold.taken());
-        EXPECT_TRUE(publisher.removeInvokableFactoryListener(token));
     }
     factory.withdrawalReturned = true;
-    EXPECT_EQ((std::vector<std::string>{"Removed Greeter 2.1.0.0", "Removed Farewell 2.0.0.0"}), told.taken());
     std::weak_ptr<Invokable> watcher = droppedLater;
     explicitlyReturned.reset();
     droppedLater.reset();
@@ -182,30 +153,10 @@ TEST(InvokablePublisherTest, WithdrawalAndDestructionTellListenersAndRunNoCallba
     survivor.reset();
     EXPECT_EQ(0, factory.ungets);
     EXPECT_EQ(0, factory.afterWithdrawal);
-}
 
-// Listeners that throw, remove themselves or are removed leave the others undisturbed; a listener
-// may register a factory (its event follows, not nested) and a get-callback may withdraw its own
-// factory; a failing unget callback is logged when the last copy goes.
-TEST(InvokablePublisherTest, ListenersAndCallbacksMayFailOrUseThePublisher) {
-    EventLog kept;
-    EventLog removed;
     Publisher publisher;
     auto capture = std::make_shared<foundation::log::capture_sink>("agent::spf::servicepublisher");
     foundation::log::addSink(capture);
-    int selfRemovingCalls = 0;
-    agent::spf::servicepublisher::InvokableFactoryListenerToken selfRemoving;
-    publisher.addInvokableFactoryListener([](auto, const auto&) { throw std::runtime_error("listener broke"); });
-    const auto removedToken = publisher.addInvokableFactoryListener(removed.listener());
-    selfRemoving = publisher.addInvokableFactoryListener([&](auto, const auto&) {
-        ++selfRemovingCalls;
-        EXPECT_TRUE(publisher.removeInvokableFactoryListener(selfRemoving));
-    });
-    publisher.addInvokableFactoryListener(kept.listener());
-    CountingFactory follower;
-    publisher.addInvokableFactoryListener([&](InvokableFactoryEventKind kind, const InvokableFactoryDescription& f) {
-        if (kind == InvokableFactoryEventKind::Added && f.name == "Leader") follower.registerWith(publisher, "Follower", f.version);
-    });
     InvokableFactoryHandle selfWithdrawing;
     CountingFactory inner;
     selfWithdrawing = publisher.registerInvokableFactory(
@@ -214,18 +165,11 @@ TEST(InvokablePublisherTest, ListenersAndCallbacksMayFailOrUseThePublisher) {
             return inner.getCallback()();
         },
         inner.ungetCallback(), "Leader", boost::uuids::random_generator()(), APIVersion(3), {}, {});
-    EXPECT_TRUE(publisher.removeInvokableFactoryListener(removedToken));
-    EXPECT_FALSE(publisher.removeInvokableFactoryListener(removedToken));
-    EXPECT_FALSE(publisher.removeInvokableFactoryListener({}));
     auto invokable = publisher.getInvokable(selfWithdrawing);
     ASSERT_TRUE(invokable);
+    EXPECT_FALSE(publisher.isRegistered(selfWithdrawing));
     invokable.reset();
     EXPECT_EQ(0, inner.ungets) << "withdrawn before the client gave it back";
-    EXPECT_EQ((std::vector<std::string>{"Added Leader 3.0.0.0", "Added Follower 3.0.0.0", "Removed Leader 3.0.0.0"}),
-              kept.taken());
-    EXPECT_EQ((std::vector<std::string>{"Added Leader 3.0.0.0", "Added Follower 3.0.0.0"}), removed.taken());
-    EXPECT_EQ(1, selfRemovingCalls);
-    EXPECT_EQ(3u, capture->count([](const auto& r) { return r.text == "Exception caught: listener broke"; }));
 
     const auto handle = publisher.registerInvokableFactory(
         [] { return std::shared_ptr<Invokable>(std::make_shared<TestInvokable>()); },
