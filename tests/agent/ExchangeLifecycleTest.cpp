@@ -3,7 +3,7 @@
 // that was in flight completes.
 
 #include "AgentTestSupport.h"
-#include "PeerProcess.h"
+#include "support/ChildProcess.h"
 
 #include "agent/nanomsgtransport/Exchange.h"
 
@@ -210,7 +210,7 @@ TEST(ExchangeShutdownTest, ClosingAnIpcExchangeWhileAPeerProcessHammersItNeverHa
     std::atomic<std::uint64_t> served{0};
     const Address address(randomId());
     std::shared_ptr<agent::core::container::ServiceContainer> server;
-    std::unique_ptr<PeerProcess> hammer;
+    std::unique_ptr<testsupport::ChildProcess> hammer;  // peer/AgentTestPeer.cpp
     for (int cycle = 0; cycle < 5; ++cycle) {
         SCOPED_TRACE("cycle " + std::to_string(cycle));
         Exchange exchange;
@@ -221,9 +221,9 @@ TEST(ExchangeShutdownTest, ClosingAnIpcExchangeWhileAPeerProcessHammersItNeverHa
                 ++served;
                 return request;
             });
-            hammer = std::make_unique<PeerProcess>(
-                std::vector<std::string>{"hammer", url, boost::uuids::to_string(address.getUUID())});
-            ASSERT_EQ(hammer->readLine(), "READY");
+            hammer = std::make_unique<testsupport::ChildProcess>(
+                AGENT_TEST_PEER, std::vector<std::string>{"hammer", url, boost::uuids::to_string(address.getUUID())});
+            ASSERT_EQ(hammer->readLine(deadline()).value_or("(no line)"), "READY");
         }
         const auto before = served.load();
         ASSERT_TRUE(eventually([&] { return served.load() >= before + 200; }));

@@ -1,12 +1,11 @@
 #include "AgentTestSupport.h"
+#include "support/Gate.h"
 
 #include "agent/nanomsgtransport/Exchange.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 
 using namespace agent::testing;
 using agent::core::transport::Address;
@@ -15,25 +14,6 @@ using agent::core::transport::ReplyFuture;
 using agent::nanomsgtransport::Exchange;
 
 namespace {
-
-// Closed until opened; handlers block on it to hold a request unanswered.
-class Gate {
-public:
-    void open() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        open_ = true;
-        opened_.notify_all();
-    }
-    bool wait(Clock::time_point until = deadline()) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return opened_.wait_until(lock, until, [this] { return open_; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable opened_;
-    bool open_ = false;
-};
 
 class TransportTest : public ::testing::Test {
 protected:
@@ -63,7 +43,7 @@ protected:
     std::string url_;
     std::shared_ptr<agent::core::container::ServiceContainer> server_;
     std::shared_ptr<agent::core::container::ServiceContainer> client_;
-    Gate gate_;
+    testsupport::Gate gate_;
 };
 
 }  // namespace
@@ -108,7 +88,7 @@ TEST_F(TransportTest, EachRequestGetsItsHandlersReplyOrARefusalThatSaysWhy) {
 TEST_F(TransportTest, HeldHandlerStallsNeitherOtherAddressesNorAnotherRequestsTimeout) {
     std::atomic<int> handled{0};
     const auto held = serve([&](const Message& request) {
-        gate_.wait();
+        gate_.pass();
         ++handled;
         return request;
     });
@@ -130,7 +110,7 @@ TEST_F(TransportTest, OrderlyDisconnectFailsOutstandingRequestsAndWaitsForHandle
     std::atomic<bool> handlerFinished{false};
     const auto address = serve([&](const Message& request) {
         handlerStarted = true;
-        gate_.wait();
+        gate_.pass();
         handlerFinished = true;
         return request;
     });
@@ -155,7 +135,7 @@ TEST_F(TransportTest, ForcedDisconnectDoesNotWaitForHandlersAndTheContainerCanCo
     std::atomic<bool> handlerStarted{false};
     const auto held = serve([&](const Message& request) {
         handlerStarted = true;
-        gate_.wait();
+        gate_.pass();
         return request;
     });
     const auto echoing = serve(echo);

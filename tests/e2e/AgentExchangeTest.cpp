@@ -72,7 +72,8 @@ TEST_F(AgentExchangeTest, RegistryListsTheRunningExchangeAtItsResolvedUrlAndSkip
     EXPECT_EQ(client(url).queryDirectoryForServiceUUIDs("*"), std::vector<boost::uuids::uuid>{kDirectoryInstance});
 }
 
-// SIGTERM or SIGINT: subscribers hear the directory stop, the entry goes, the exit status is 0.
+// SIGTERM or SIGINT: subscribers hear the directory stop, the entry goes (and no other file is
+// left in the registry folder the exchange created), the exit status is 0.
 TEST_F(AgentExchangeTest, SignalledExchangeTellsSubscribersTheDirectoryStoppedThenLeavesTheRegistryAndExitsZero) {
     for (const int signal : {SIGTERM, SIGINT}) {
         const auto url = startExchange("e2e", endpoint(std::to_string(signal)));
@@ -90,6 +91,7 @@ TEST_F(AgentExchangeTest, SignalledExchangeTellsSubscribersTheDirectoryStoppedTh
         endClient();
     }
     EXPECT_TRUE(agent::control::enumerateAllRunningAgents(registry(), 0).empty());
+    EXPECT_TRUE(std::filesystem::is_empty(registry())) << "only the entries themselves were ever written";
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "ChildProcess.h"
-#include "NotificationLog.h"
-
+#include "support/ChildProcess.h"
 #include "support/ContainerSupport.h"
+#include "support/NotificationLog.h"
 
 #include "agent/core/container/ServiceContainer.h"
 #include "agent/core/transport/ReplyFuture.h"
@@ -25,7 +24,9 @@
 
 namespace e2e {
 
+using testsupport::ChildProcess;
 using testsupport::Clock;
+using testsupport::NotificationLog;
 using testsupport::deadline;
 using testsupport::outcome;
 using namespace std::chrono_literals;
@@ -42,10 +43,7 @@ inline std::tuple<int, std::string, std::string> runToEnd(const std::string& pro
 
 // Runs agent-exchange and legacy-agent as real processes on ipc:// paths in a temporary
 // folder of the test's own, with a client (a container of the test process and its
-// directory client) on the exchange.
-//
-// TearDown ends every child still running with SIGTERM and expects it to exit 0 in time: a
-// child that hangs on the way out, crashes, or has a sanitizer report fails the test.
+// directory client) on the exchange. TearDown ends the children (ChildProcesses::endAll).
 class ProcessFixture : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -57,18 +55,8 @@ protected:
     void TearDown() override {
         endClient();
         // Agents before exchanges, so that each agent can take leave of its exchange.
-        for (auto* children : {&agents_, &exchanges_}) {
-            for (auto& child : *children) {
-                if (!child->hasExited()) {
-                    child->signal(SIGTERM);
-                    const auto status = child->waitForExit(deadline(15s));
-                    ASSERT_TRUE(status) << "child " << child->pid() << " did not end on SIGTERM";
-                    EXPECT_EQ(ChildProcess::describe(*status), "exit status 0") << "child " << child->pid();
-                }
-            }
-        }
-        agents_.clear();
-        exchanges_.clear();
+        agents_.endAll(deadline(15s));
+        exchanges_.endAll(deadline(15s));
         std::error_code ignored;
         std::filesystem::remove_all(folder_, ignored);
     }
@@ -83,15 +71,14 @@ protected:
     std::string startExchange(const std::string& name, const std::string& requested,
                               std::vector<std::string> extra = {}) {
         extra.insert(extra.begin(), {"--name", name, "--endpoint", requested, "--registry", registry()});
-        return start(exchanges_, AGENT_EXCHANGE_PATH, extra, "listening ").substr(10);
+        return exchanges_.start(AGENT_EXCHANGE_PATH, extra, "listening ").second.substr(10);
     }
-    ChildProcess& exchange(std::size_t index = 0) { return *exchanges_.at(index); }
+    ChildProcess& exchange(std::size_t index = 0) { return exchanges_.at(index); }
 
     // Starts legacy-agent and waits for "ready" (its services are in the directory).
     ChildProcess& startLegacyAgent(const std::string& url, std::vector<std::string> extra = {}) {
         extra.insert(extra.begin(), {"--exchange", url});
-        start(agents_, LEGACY_AGENT_PATH, extra, "ready");
-        return *agents_.back();
+        return *agents_.start(LEGACY_AGENT_PATH, extra, "ready").first;
     }
 
     // A directory client of the test process on the exchange at `url` (made on first use).
@@ -118,19 +105,8 @@ protected:
     std::string folder_;
 
 private:
-    // Starts `program` and returns its first line, which must begin with `first`.
-    static std::string start(std::vector<std::unique_ptr<ChildProcess>>& children, const std::string& program,
-                             const std::vector<std::string>& arguments, const std::string& first) {
-        children.push_back(std::make_unique<ChildProcess>(program, arguments));
-        const auto line = children.back()->readLine(deadline());
-        if (!line || line->rfind(first, 0) != 0) {
-            throw std::runtime_error(program + " said '" + line.value_or("<nothing>") + "'");
-        }
-        return *line;
-    }
-
-    std::vector<std::unique_ptr<ChildProcess>> exchanges_;
-    std::vector<std::unique_ptr<ChildProcess>> agents_;
+    testsupport::ChildProcesses exchanges_;
+    testsupport::ChildProcesses agents_;
     // Before the client: members go in reverse order, and callbacks write to these.
     std::vector<std::unique_ptr<NotificationLog>> logs_;
     std::shared_ptr<agent::core::container::ServiceContainer> container_;

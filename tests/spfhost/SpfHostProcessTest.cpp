@@ -1,6 +1,6 @@
 // spf-host as a user runs it: its command line, and a run from start to SIGTERM.
 
-#include "ChildProcess.h"
+#include "support/ChildProcess.h"
 #include "support/WaitFor.h"
 
 #include "agent/control/AgentRegistry.h"
@@ -14,7 +14,7 @@
 
 namespace {
 
-using e2e::ChildProcess;
+using testsupport::ChildProcess;
 using ::testing::HasSubstr;
 
 ChildProcess::Clock::time_point soon() {

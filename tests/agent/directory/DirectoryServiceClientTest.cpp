@@ -2,6 +2,7 @@
 #include "agent/directory/DirectoryServiceClient.h"
 
 #include "agent/directory/DirectoryTestSupport.h"
+#include "support/NotificationLog.h"
 
 #include <gtest/gtest.h>
 
@@ -18,29 +19,12 @@ using core::transport::Address;
 using core::transport::Message;
 using directoryinterfaces::ServiceNotification;
 using namespace testing;
+using Events = testsupport::NotificationLog;
 
-// Collects a subscription's notifications as "started X" / "stopped X".
-class Events {
-public:
-    DirectoryCallback callback() {
-        return [this](const ServiceNotification& n) {
-            std::lock_guard<std::mutex> lock(eventsMutex_);
-            events_.push_back(describe(n));
-        };
-    }
-    std::vector<std::string> waitFor(std::size_t count) {
-        eventually([&] { return snapshot().size() >= count; });
-        return snapshot();
-    }
-    std::vector<std::string> snapshot() {
-        std::lock_guard<std::mutex> lock(eventsMutex_);
-        return events_;
-    }
-
-private:
-    std::mutex eventsMutex_;
-    std::vector<std::string> events_;
-};
+// What a log holds once it has `count` entries (or the deadline passed), as "started X" / "stopped X".
+std::vector<std::string> lines(Events& log, std::size_t count = 0) {
+    return Events::lines(log.waitFor(count));
+}
 
 // An exchange on inproc:// (which hosts the directory) and containers dialling it, each
 // with a directory client of its own.
@@ -69,36 +53,39 @@ protected:
     std::vector<std::unique_ptr<DirectoryServiceClient>> clients_;
 };
 
+// Subscriptions by name pattern and metadata, retrospective or not, through a real exchange.
 TEST_F(DirectoryServiceClientTest, SubscriptionsSeeRunningServicesFirstThenChangesInOrderUntilTheExchangeCloses) {
     auto& provider = client();
-    auto first = instance("KeyValue");
+    auto first = instance("KeyValue", {{"tier", "gold"}});
     provider.registerServiceInstance(first);
 
     auto& watcher = client();
-    Events all, keyValues, onlyNew;
+    Events all, goldKeys, onlyNew;
     watcher.registerForCallbacks(all.callback(), DirectoryServiceClient::Retrospectively, boost::none, boost::none);
-    watcher.registerForCallbacks(keyValues.callback(), DirectoryServiceClient::Retrospectively,
-                                 std::string("Key*"), boost::none);
+    watcher.registerForCallbacks(goldKeys.callback(), DirectoryServiceClient::Retrospectively, std::string("Key*"),
+                                 std::map<std::string, std::string>{{"tier", "gold"}});
     auto onlyNewId = watcher.registerForCallbacks(onlyNew.callback(), DirectoryServiceClient::OnlyNewChanges,
                                                   boost::none, boost::none);
-    auto second = instance("Clock");
+    auto second = instance("KeyMirror", {{"tier", "silver"}});
     provider.registerServiceInstance(second);
     auto token = provider.getDeregistrationToken(first.instance);
     token.reset();
     EXPECT_FALSE(token);
 
-    EXPECT_EQ(all.waitFor(4), (std::vector<std::string>{"started KeyValue", "started directory", "started Clock",
+    EXPECT_EQ(lines(all, 4), (std::vector<std::string>{"started KeyValue", "started directory", "started KeyMirror",
                                                         "stopped KeyValue"}));
-    EXPECT_EQ(keyValues.waitFor(2), (std::vector<std::string>{"started KeyValue", "stopped KeyValue"}));
-    EXPECT_EQ(onlyNew.waitFor(2), (std::vector<std::string>{"started Clock", "stopped KeyValue"}));
+    EXPECT_EQ(lines(goldKeys, 2), (std::vector<std::string>{"started KeyValue", "stopped KeyValue"}));
+    EXPECT_EQ(lines(onlyNew, 2), (std::vector<std::string>{"started KeyMirror", "stopped KeyValue"}));
     EXPECT_EQ(watcher.queryDirectoryForServiceUUIDs("*").size(), 2u) << "exactly its instance went";
 
     EXPECT_TRUE(watcher.deregisterFromCallbacks(onlyNewId));
     EXPECT_FALSE(watcher.deregisterFromCallbacks(onlyNewId));
     provider.deregisterServiceInstance(second.instance);
     exchange_.close();  // only a notice sent before the connections closed can arrive now
-    EXPECT_EQ(all.waitFor(6).back(), "stopped directory");
-    EXPECT_EQ(onlyNew.snapshot().size(), 2u);
+    EXPECT_EQ(lines(all, 6), (std::vector<std::string>{"started KeyValue", "started directory", "started KeyMirror",
+                                                        "stopped KeyValue", "stopped KeyMirror", "stopped directory"}));
+    EXPECT_EQ(lines(goldKeys).size(), 2u);
+    EXPECT_EQ(lines(onlyNew).size(), 2u);
     exchange_.close();  // idempotent
 }
 
@@ -188,7 +175,7 @@ TEST_F(DirectoryServiceClientTest, ConcurrentRegistrationsReachSubscribersInTheD
     for (int t = 0; t < kThreads; ++t) {
         providers.push_back(&client());
     }
-    StartBarrier start(kThreads);
+    testsupport::Barrier start(kThreads);
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
@@ -205,10 +192,10 @@ TEST_F(DirectoryServiceClientTest, ConcurrentRegistrationsReachSubscribersInTheD
     for (auto& thread : threads) {
         thread.join();
     }
-    const auto delivered = seen.waitFor(kThreads * kEach * 3 / 2);
+    const auto delivered = lines(seen, kThreads * kEach * 3 / 2);
     directory_->unsubscribe(recording);  // it records into this test's locals
     EXPECT_EQ(delivered.size(), kThreads * kEach * 3u / 2);
-    EXPECT_EQ(delivered, directoryOrder.snapshot());
+    EXPECT_EQ(delivered, lines(directoryOrder));
 }
 
 }  // namespace

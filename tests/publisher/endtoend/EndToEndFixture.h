@@ -7,6 +7,7 @@
 
 #include "support/Barrier.h"
 #include "support/FrameworkFixture.h"
+#include "support/Gate.h"
 #include "support/WaitFor.h"
 
 #include "agent/directory/DirectoryServiceClient.h"
@@ -27,7 +28,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <filesystem>
 #include <memory>
 #include <mutex>
@@ -39,31 +39,7 @@ namespace publishertest {
 inline constexpr std::chrono::seconds kDeadline{20};
 inline constexpr std::chrono::milliseconds kCallTimeout{10000};
 
-// Holds the calls that pass it until it is opened, and counts them.
-class Gate {
-public:
-    void pass() {
-        std::unique_lock<std::mutex> lock(gateMutex_);
-        ++passers_;
-        changed_.notify_all();
-        changed_.wait(lock, [this] { return open_; });
-    }
-    void open() {
-        std::lock_guard<std::mutex> lock(gateMutex_);
-        open_ = true;
-        changed_.notify_all();
-    }
-    bool waitForPassers(int count) {
-        std::unique_lock<std::mutex> lock(gateMutex_);
-        return changed_.wait_for(lock, kDeadline, [&] { return passers_ >= count; });
-    }
-
-private:
-    std::mutex gateMutex_;  // guards the two below
-    std::condition_variable changed_;
-    int passers_ = 0;
-    bool open_ = false;
-};
+using testsupport::Gate;
 
 class EndToEndFixture : public testsupport::FrameworkFixture {
 protected:

@@ -2,8 +2,9 @@
 // legacy-agent beside it, found literally or through the agent registry of either connector
 // mode, stopped and killed under the publisher's feet.
 
-#include "ChildProcess.h"
 #include "EndToEndFixture.h"
+
+#include "support/ChildProcess.h"
 
 #include "agent/control/AgentInfo.h"
 #include "agent/control/AgentRegistration.h"
@@ -31,7 +32,7 @@ namespace {
 
 using agent::spf::core::APIVersion;
 using agent::spf::servicepublisher::call;
-using e2e::ChildProcess;
+using testsupport::ChildProcess;
 
 std::chrono::steady_clock::time_point soon() {
     return std::chrono::steady_clock::now() + kDeadline;
@@ -57,16 +58,8 @@ protected:
         EndToEndFixture::TearDown();
         foundation::log::removeSink(log);
         // Agents before exchanges, so that each agent can take leave of its exchange.
-        for (auto* children : {&agents, &exchanges}) {
-            for (auto& child : *children) {
-                if (!child->hasExited()) {
-                    child->signal(SIGTERM);
-                    const auto status = child->waitForExit(soon());
-                    ASSERT_TRUE(status) << "child " << child->pid() << " did not end on SIGTERM";
-                    EXPECT_EQ("exit status 0", ChildProcess::describe(*status));
-                }
-            }
-        }
+        agents.endAll(soon());
+        exchanges.endAll(soon());
         std::error_code ignored;
         std::filesystem::remove_all(folder, ignored);
     }
@@ -76,19 +69,14 @@ protected:
 
     // An exchange on url() entered in the registry of `mode` (the test's registry, or `registryRoot`).
     ChildProcess& startExchange(const std::string& mode, const std::string& registryRoot = "") {
-        return start(exchanges, AGENT_EXCHANGE_PATH,
-                     {"--name", "exchange", "--endpoint", url(), "--mode", mode, "--registry",
-                      registryRoot.empty() ? registry() : registryRoot},
-                     "listening ");
+        return *exchanges
+                    .start(AGENT_EXCHANGE_PATH,
+                           {"--name", "exchange", "--endpoint", url(), "--mode", mode, "--registry",
+                            registryRoot.empty() ? registry() : registryRoot},
+                           "listening ")
+                    .first;
     }
-    ChildProcess& startLegacyAgent() { return start(agents, LEGACY_AGENT_PATH, {"--exchange", url()}, "ready"); }
-    static ChildProcess& start(std::vector<std::unique_ptr<ChildProcess>>& children, const std::string& program,
-                               const std::vector<std::string>& arguments, const std::string& first) {
-        const auto& child = children.emplace_back(std::make_unique<ChildProcess>(program, arguments));
-        const auto line = child->readLine(soon());
-        EXPECT_TRUE(line && line->rfind(first, 0) == 0) << program << " said " << line.value_or("<nothing>");
-        return *child;
-    }
+    ChildProcess& startLegacyAgent() { return *agents.start(LEGACY_AGENT_PATH, {"--exchange", url()}, "ready").first; }
 
     // The names of the factories published for instances on url(), sorted.
     std::vector<std::string> factoriesOnTheExchange() {
@@ -115,8 +103,8 @@ protected:
     std::shared_ptr<foundation::log::capture_sink> log =
         std::make_shared<foundation::log::capture_sink>("agent::spf::legacyservicepublisher");
     std::string folder;
-    std::vector<std::unique_ptr<ChildProcess>> agents;
-    std::vector<std::unique_ptr<ChildProcess>> exchanges;
+    testsupport::ChildProcesses agents;
+    testsupport::ChildProcesses exchanges;
 };
 
 struct Way {

@@ -5,7 +5,8 @@
 
 #include "CallbackService.h"
 #include "EndToEndFixture.h"
-#include "NotificationLog.h"
+
+#include "support/NotificationLog.h"
 
 #include "agent/spf/core/ExportedCallback.h"
 #include "agent/spf/core/ExportedDataSink.h"
@@ -274,7 +275,7 @@ TEST_F(InProcessEndToEndTest, TheHighestFittingInterfaceOfTheMajorVersionStartsO
     const auto stale = entered(2);
     const auto otherMajor = entered(3);
     // Shared with the subscription's callback, which may outlive a failed test.
-    const auto events = std::make_shared<e2e::NotificationLog>();
+    const auto events = std::make_shared<testsupport::NotificationLog>();
     const auto subscription = lister->registerForCallbacks(
         [events, note = events->callback()](const agent::directoryinterfaces::ServiceNotification& n) { note(n); },
         agent::directory::DirectoryServiceClient::OnlyNewChanges, std::string("e2e.Pick"), boost::none);

@@ -2,7 +2,7 @@
 
 #include "support/Barrier.h"
 #include "support/ContainerSupport.h"
-#include "support/WaitFor.h"
+#include "support/Gate.h"
 
 #include "agent/core/service/NativeLegacyServiceBase.h"
 #include "agent/directoryinterfaces/ServiceInstanceInfo.h"
@@ -10,8 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -80,30 +78,21 @@ TEST(InProcessExchangeDiscoveryTest, AClientsContextRunsAtMostItsConcurrencyAtOn
     for (unsigned limit : {1u, 3u}) {
         auto client = discovery.getFrameworkDiscoveryService(limit);
         auto& pool = client->getAssociatedContext().getThreadPool();
-        std::mutex gateMutex;  // guards open
-        std::condition_variable gate;
-        bool open = false;
-        std::atomic<unsigned> running{0};
-        std::atomic<unsigned> most{0};
-        std::atomic<unsigned> finished{0};
+        Gate gate;
+        std::atomic<unsigned> running{0}, most{0}, finished{0};
         constexpr unsigned kItems = 12;
         for (unsigned i = 0; i < kItems; ++i) {
             pool.postWork([&] {
                 const unsigned now = ++running;
                 for (unsigned seen = most.load(); now > seen && !most.compare_exchange_weak(seen, now);) {
                 }
-                std::unique_lock<std::mutex> lock(gateMutex);
-                gate.wait_until(lock, deadline(), [&] { return open; });
+                gate.pass();
                 --running;
                 ++finished;
             });
         }
-        EXPECT_TRUE(WaitFor([&] { return running.load() == limit; }));
-        {
-            std::lock_guard<std::mutex> lock(gateMutex);
-            open = true;
-        }
-        gate.notify_all();
+        EXPECT_TRUE(gate.waitForPassers(static_cast<int>(limit)));
+        gate.open();
         pool.wait();
         EXPECT_EQ(kItems, finished.load());
         EXPECT_EQ(limit, most.load());

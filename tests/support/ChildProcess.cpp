@@ -1,4 +1,6 @@
-#include "ChildProcess.h"
+#include "support/ChildProcess.h"
+
+#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -14,7 +16,7 @@
 
 extern char** environ;
 
-namespace e2e {
+namespace testsupport {
 
 namespace {
 
@@ -149,4 +151,30 @@ std::string ChildProcess::describe(int status) {
                                  : "wait status " + std::to_string(status);
 }
 
-}  // namespace e2e
+std::pair<ChildProcess*, std::string> ChildProcesses::start(const std::string& program,
+                                                            const std::vector<std::string>& arguments,
+                                                            const std::string& first) {
+    auto& child = children_.emplace_back(std::make_unique<ChildProcess>(program, arguments));
+    const auto line = child->readLine(ChildProcess::Clock::now() + std::chrono::seconds(20));
+    if (!line || line->rfind(first, 0) != 0) {
+        throw std::runtime_error(program + " said '" + line.value_or("<nothing>") + "'");
+    }
+    return {child.get(), *line};
+}
+
+void ChildProcesses::endAll(ChildProcess::Clock::time_point deadline) {
+    for (auto& child : children_) {
+        if (!child->hasExited()) {
+            child->signal(SIGTERM);
+            const auto status = child->waitForExit(deadline);
+            if (!status) {
+                ADD_FAILURE() << "child " << child->pid() << " did not end on SIGTERM";
+                continue;
+            }
+            EXPECT_EQ(ChildProcess::describe(*status), "exit status 0") << "child " << child->pid();
+        }
+    }
+    children_.clear();
+}
+
+}  // namespace testsupport

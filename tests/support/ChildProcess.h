@@ -3,11 +3,12 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace e2e {
+namespace testsupport {
 
 // A program run as a child process for a test: started with posix_spawn, its stdout read
 // through a pipe line by line, its stderr inherited (so its log lands in the test's
@@ -67,4 +68,23 @@ private:
     std::string stderrBuffer_;
 };
 
-}  // namespace e2e
+// The children of one kind a test starts and expects to end cleanly: each must say what it
+// should on its first line, and endAll() sends SIGTERM to each still running and expects it to
+// exit 0 in time. A child that hangs on the way out, crashes, or has a sanitizer report (which
+// makes its exit status non-zero) fails the test. One thread at a time.
+class ChildProcesses {
+public:
+    // Starts `program` and returns it with its first line, which must begin with `first`.
+    // Throws std::runtime_error("<program> said '<line>'") otherwise.
+    std::pair<ChildProcess*, std::string> start(const std::string& program, const std::vector<std::string>& arguments,
+                                                const std::string& first);
+    ChildProcess& at(std::size_t index) { return *children_.at(index); }
+    ChildProcess& back() { return *children_.back(); }
+    // Ends every child still running as described above, then forgets them all.
+    void endAll(ChildProcess::Clock::time_point deadline);
+
+private:
+    std::vector<std::unique_ptr<ChildProcess>> children_;
+};
+
+}  // namespace testsupport

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace e2e {
+namespace testsupport {
 
 // Records what one directory subscription is told, with the moment each notification arrived,
 // and lets the test wait for the record with a deadline. Thread-safe: the callback runs on the
@@ -66,4 +66,4 @@ private:
     std::condition_variable changed_;
 };
 
-}  // namespace e2e
+}  // namespace testsupport
