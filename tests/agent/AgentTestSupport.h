@@ -5,6 +5,7 @@
 // misbehave on purpose).
 
 #include "support/ContainerSupport.h"
+#include "support/WaitFor.h"
 
 #include "agent/nanomsgtransport/Envelope.h"
 #include "agent/nanomsgtransport/NanomsgTransport.h"
@@ -51,14 +52,8 @@ inline core::transport::Message echo(const core::transport::Message& request) {
 
 // Polls `condition` until it holds or the deadline passes (for state without a signal).
 template <class Condition>
-bool eventually(Condition condition, Clock::time_point until = deadline()) {
-    while (!condition()) {
-        if (Clock::now() >= until) {
-            return condition();
-        }
-        std::this_thread::sleep_for(2ms);
-    }
-    return true;
+bool eventually(Condition condition) {
+    return testsupport::WaitFor(condition, 20s);
 }
 
 // A short folder for ipc:// socket files (their paths are limited to 107 bytes).

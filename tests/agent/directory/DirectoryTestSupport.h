@@ -19,7 +19,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -29,16 +28,7 @@
 namespace agent::directory::testing {
 
 // Bounded waits, ids and containers are the agent tests' own.
-using agent::testing::Clock;
-using agent::testing::deadline;
-using agent::testing::eventually;
-using agent::testing::inprocUrl;
-using agent::testing::makeContainer;
-using agent::testing::randomId;
-using namespace std::chrono_literals;
-
-// Releases a fixed number of threads at once.
-using StartBarrier = testsupport::Barrier;
+using namespace agent::testing;
 
 inline directoryinterfaces::ServiceInstanceInfo instance(const std::string& name,
                                                          std::map<std::string, std::string> metadata = {},

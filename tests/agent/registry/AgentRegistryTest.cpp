@@ -59,26 +59,6 @@ protected:
     std::shared_ptr<foundation::log::capture_sink> log_ = std::make_shared<foundation::log::capture_sink>("agent::control");
 };
 
-TEST_F(AgentRegistryTest, RegistrationsAreListedWhileTheirObjectsLiveAndLeaveNothingBehind) {
-    const auto root = scratch_.path() / "nested" / "root";
-    const AgentInfo one("one", "ipc:///tmp/a.sock", ::getpid(), AgentMode::DesktopServices);
-    std::filesystem::path file;
-    {
-        AgentRegistration first(root, one);
-        AgentRegistration second(root, AgentInfo("two", "inproc://two", ::getpid(), AgentMode::KorvexDrive));
-        file = first.path();
-        EXPECT_NE(file, second.path());
-        EXPECT_TRUE(std::filesystem::is_regular_file(file));
-        auto listed = enumerateAllRunningAgents(root, 0);
-        std::sort(listed.begin(), listed.end(), [](const auto& a, const auto& b) { return a.getName() < b.getName(); });
-        EXPECT_EQ(listed.at(0), one);
-        EXPECT_EQ(names(listed), (std::vector<std::string>{"one", "two"}));
-    }
-    EXPECT_FALSE(std::filesystem::exists(file));
-    // Only the entries themselves were ever written: no temporary file is left behind.
-    EXPECT_TRUE(std::filesystem::is_empty(root));
-}
-
 // Process 1 always exists; a process not ours answers kill(pid, 0) with EPERM unless we are
 // root, and either answer means it runs. An entry whose process is gone is removed.
 TEST_F(AgentRegistryTest, OldestRegistrationComesFirstThenFileNameAnotherUsersProcessCountsAndADeadOneGoes) {
@@ -173,7 +153,7 @@ TEST_F(AgentRegistryTest, ReadersNeverSeeAPartEntryWhileAgentsComeAndGo) {
     constexpr int kWriters = 4;
     constexpr int kReaders = 4;
     constexpr int kRounds = 100;
-    testing::StartBarrier start(kWriters + kReaders);
+    testsupport::Barrier start(kWriters + kReaders);
     std::atomic<int> writersDone{0};
     std::atomic<std::size_t> maxListed{0};
     std::vector<std::thread> threads;

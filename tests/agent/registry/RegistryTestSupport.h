@@ -8,8 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -59,9 +57,6 @@ inline pid_t deadProcessID() {
     EXPECT_EQ(::waitpid(pid, &status, 0), pid);
     return pid;
 }
-
-// Releases a fixed number of threads at once.
-using StartBarrier = testsupport::Barrier;
 
 // Sets or unsets an environment variable for one scope and puts the old value back.
 class ScopedEnvironment {
