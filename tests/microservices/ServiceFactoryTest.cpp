@@ -1,6 +1,7 @@
 // Service factories and use counting: bundle scope, prototype scope,
 // failures, and ungetting when pointers die, services go or bundles stop.
 
+#include "RunConcurrently.h"
 #include "TestBundles.h"
 #include "support/FrameworkFixture.h"
 
@@ -15,6 +16,8 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <thread>
+#include <vector>
 
 using namespace cppmicroservices;
 
@@ -266,5 +269,29 @@ namespace
         {
             EXPECT_EQ(ServiceException::FACTORY_RECURSION, e.GetType());
         }
+    }
+
+    TEST_F(ServiceFactoryTest, ConcurrentGetsOfABundleScopeServiceCreateItOnceAndUngetItOnce)
+    {
+        constexpr int threads = 8;
+        auto factory = std::make_shared<BundleFactory>();
+        factory->make = [](int n)
+        {
+            std::this_thread::yield(); // widen the window for a second creation
+            return MakeInterfaceMap<Counter>(std::make_shared<CounterImpl>(n));
+        };
+        auto reg = context.RegisterService<Counter>(ToFactory(factory));
+        auto ref = reg.GetReference();
+        std::vector<std::shared_ptr<Counter>> got(threads);
+        testbundles::RunConcurrently(threads, [&](int t) { got[t] = context.GetService(ref); });
+        EXPECT_EQ(1, factory->made.load());
+        for (auto const& g : got)
+        {
+            ASSERT_TRUE(g);
+            EXPECT_EQ(got[0].get(), g.get());
+        }
+        // Released from many threads at once: exactly one unget.
+        testbundles::RunConcurrently(threads, [&](int t) { got[t].reset(); });
+        EXPECT_EQ(1, factory->ungot.load());
     }
 } // namespace
