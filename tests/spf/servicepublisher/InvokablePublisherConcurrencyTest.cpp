@@ -1,6 +1,7 @@
 #include "PublisherTestSupport.h"
 
 #include "support/Barrier.h"
+#include "support/Gate.h"
 #include "support/WaitFor.h"
 
 #include <gtest/gtest.h>
@@ -86,42 +87,33 @@ TEST(InvokablePublisherConcurrencyTest, ClientsGetAndGiveBackWhileFactoriesComeA
     }
 }
 
-// Blocks a callback until released, so that the test can act while it runs.
-struct Gate {
-    std::promise<void> enteredPromise;
-    std::promise<void> releasePromise;
-    std::shared_future<void> release = releasePromise.get_future().share();
-};
-
 // Withdrawing a factory waits for its get-callback running on another thread: it does not return
 // while the callback runs, and the get that started first completes.
 TEST(InvokablePublisherConcurrencyTest, WithdrawalWaitsForAGetCallbackInFlight) {
     CountingFactory factory;
     Publisher publisher;
-    Gate gate;
-    auto entered = gate.enteredPromise.get_future();
+    testsupport::Gate gate;  // holds the first get-callback
     std::atomic<bool> returned{false};
     std::atomic<bool> returnedWhileCallbackRan{false};
     std::atomic<int> calls{0};
     const auto handle = publisher.registerInvokableFactory(
         [&] {
             if (++calls == 1) {
-                gate.enteredPromise.set_value();
-                gate.release.wait();
+                gate.pass();
                 returnedWhileCallbackRan = returned.load();
             }
             return factory.getCallback()();
         },
         factory.ungetCallback(), "Greeter", boost::uuids::random_generator()(), APIVersion(1), {}, {});
     auto first = std::async(std::launch::async, [&] { return publisher.getInvokable(handle) != nullptr; });
-    ASSERT_EQ(std::future_status::ready, entered.wait_for(std::chrono::seconds(10)));
+    ASSERT_TRUE(gate.waitForPassers(1));
     std::thread actor([&] {
         publisher.withdrawInvokableFactory(handle);
         returned = true;
     });
     // A withdrawal that did not wait would return within this bound and be caught below.
     EXPECT_FALSE(testsupport::WaitFor([&] { return returned.load(); }, std::chrono::milliseconds(200)));
-    gate.releasePromise.set_value();
+    gate.open();
     actor.join();
     EXPECT_TRUE(first.get());
     EXPECT_FALSE(returnedWhileCallbackRan);
