@@ -50,16 +50,24 @@ namespace cmtest
         std::thread::id thread;
     };
 
-    // Keeps the calls of any thread and lets tests wait for them.
-    class CallLog
+    // Records the calls of any thread and lets tests wait for them; hook,
+    // when set (before registering), runs inside each call after recording
+    // and may throw.
+    class Recorder
     {
       public:
         void
-        Add(Call call)
+        Record(Call::Kind kind, std::string const& pid, AnyMap const& properties)
         {
-            std::lock_guard<std::mutex> lock(callsMutex);
-            calls.push_back(std::move(call));
-            added.notify_all();
+            {
+                std::lock_guard<std::mutex> lock(callsMutex);
+                calls.push_back({ kind, pid, properties, std::this_thread::get_id() });
+                added.notify_all();
+            }
+            if (hook)
+            {
+                hook();
+            }
         }
 
         std::vector<Call>
@@ -83,28 +91,12 @@ namespace cmtest
             return WaitFor([n](std::vector<Call> const& c) { return c.size() >= n; });
         }
 
+        std::function<void()> hook;
+
       private:
         mutable std::mutex callsMutex;
         mutable std::condition_variable added;
         std::vector<Call> calls; // guarded by callsMutex
-    };
-
-    // Records each call; hook, when set (before registering), runs inside the
-    // call after recording and may throw.
-    struct Recorder
-    {
-        void
-        Record(Call::Kind kind, std::string const& pid, AnyMap const& properties)
-        {
-            log.Add({ kind, pid, properties, std::this_thread::get_id() });
-            if (hook)
-            {
-                hook();
-            }
-        }
-
-        CallLog log;
-        std::function<void()> hook;
     };
 
     class RecordingFactory : public cppmicroservices::service::cm::ManagedServiceFactory, public Recorder
@@ -139,19 +131,13 @@ namespace cmtest
     };
 
     // Holds the delivery thread inside its calls until Open(), so that tests
-    // can queue work behind it.
+    // can queue work behind it (WaitForCount(1): the thread is held).
     class Gate : public RecordingService
     {
       public:
         Gate()
         {
             hook = [opened = opened] { opened.wait_for(kDeadline); };
-        }
-
-        bool
-        WaitUntilEntered() const
-        {
-            return log.WaitForCount(1);
         }
 
         void

@@ -43,7 +43,7 @@ TEST_F(ConfigurationAdminActivatorTest, StopWhileUpdatesAreInFlightReturnsAndDel
                                  {
                                      if (t == kUpdaters)
                                      {
-                                         EXPECT_TRUE(factory->log.WaitForCount(10));
+                                         EXPECT_TRUE(factory->WaitForCount(10));
                                          cmBundle.Stop();
                                          stopReturned = true;
                                          done = true;
@@ -65,9 +65,9 @@ TEST_F(ConfigurationAdminActivatorTest, StopWhileUpdatesAreInFlightReturnsAndDel
         }
     }
     // One more change through a configuration still held: nobody is told.
-    auto const callsAtStop = factory->log.Calls().size();
+    auto const callsAtStop = factory->Calls().size();
     EXPECT_TRUE(Ready(admin->GetFactoryConfiguration("fp", "late")->Update(AnyMap{ { "n", 1 } })));
-    EXPECT_EQ(callsAtStop, factory->log.Calls().size());
+    EXPECT_EQ(callsAtStop, factory->Calls().size());
     EXPECT_EQ(0, lateCalls.load());
 }
 
@@ -92,7 +92,7 @@ TEST_F(ConfigurationAdminActivatorTest, StoppingTheBundleFromInsideADeliveryDoes
     EXPECT_EQ(Bundle::STATE_RESOLVED, cmBundle.GetState());
     EXPECT_FALSE(context.GetServiceReference<ConfigurationAdmin>()) << "withdrawn while the bundle is stopped";
     EXPECT_TRUE(Ready(configuration->Update(AnyMap{ { "n", 2 } })));
-    EXPECT_EQ(1u, service->log.Calls().size());
+    EXPECT_EQ(1u, service->Calls().size());
 
     // The bundle starts again with a fresh, empty Configuration Admin.
     cmBundle.Start();
@@ -109,7 +109,7 @@ TEST_F(ConfigurationAdminActivatorTest, FrameworkStopWithQueuedDeliveriesComplet
     auto registration = Register<ManagedService>(gate, std::string("gate"));
     auto configuration = admin->GetConfiguration("gate");
     configuration->Update(AnyMap{ { "n", 1 } });
-    ASSERT_TRUE(gate->WaitUntilEntered());
+    ASSERT_TRUE(gate->WaitForCount(1));
     std::vector<std::shared_future<void>> queued;
     for (int n = 2; n < 100; ++n)
     {

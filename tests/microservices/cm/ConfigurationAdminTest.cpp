@@ -31,7 +31,7 @@ namespace
     };
 } // namespace
 
-TEST_F(ConfigurationAdminTest, GetConfigurationCreatesOnceAndTheFactoryPidIsTheTextBeforeTheFirstTilde)
+TEST_F(ConfigurationAdminTest, GetConfigurationCreatesOnceFactoryPidIsTheTextBeforeTheFirstTildeAndCreatedPidsAreNew)
 {
     auto first = admin->GetConfiguration("my.pid");
     EXPECT_EQ(first, admin->GetConfiguration("my.pid"));
@@ -56,25 +56,21 @@ TEST_F(ConfigurationAdminTest, GetConfigurationCreatesOnceAndTheFactoryPidIsTheT
     EXPECT_EQ("fp", byParts->GetFactoryPid());
     EXPECT_EQ(admin->GetConfiguration("fp~inst"), byParts);
 
+    // Created factory configurations get new PIDs of six random characters.
+    std::regex const shape("my\\.factory~[0-9A-Za-z]{6}");
+    std::set<std::string> created;
+    for (int i = 0; i < 500; ++i)
+    {
+        auto const pid = admin->CreateFactoryConfiguration("my.factory")->GetPid();
+        EXPECT_TRUE(std::regex_match(pid, shape)) << pid;
+        created.insert(pid);
+    }
+    EXPECT_EQ(500u, created.size());
+
     EXPECT_THROW(admin->GetConfiguration(""), std::invalid_argument);
     EXPECT_THROW(admin->CreateFactoryConfiguration(""), std::invalid_argument);
     EXPECT_THROW(admin->GetFactoryConfiguration("", "x"), std::invalid_argument);
     EXPECT_THROW(admin->GetFactoryConfiguration("fp", ""), std::invalid_argument);
-}
-
-TEST_F(ConfigurationAdminTest, CreateFactoryConfigurationMakesNewPidsOfSixRandomCharacters)
-{
-    std::regex const shape("my\\.factory~[0-9A-Za-z]{6}");
-    std::set<std::string> pids;
-    for (int i = 0; i < 500; ++i)
-    {
-        auto configuration = admin->CreateFactoryConfiguration("my.factory");
-        EXPECT_TRUE(std::regex_match(configuration->GetPid(), shape)) << configuration->GetPid();
-        EXPECT_EQ("my.factory", configuration->GetFactoryPid());
-        EXPECT_EQ(0u, configuration->GetChangeCount());
-        pids.insert(configuration->GetPid());
-    }
-    EXPECT_EQ(500u, pids.size());
 }
 
 TEST_F(ConfigurationAdminTest, UpdateCountsEveryCallButUpdateIfDifferentOnlyChanges)

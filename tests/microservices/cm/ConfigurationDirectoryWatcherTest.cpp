@@ -78,33 +78,6 @@ namespace
             fs::rename(directory / ".incoming", directory / name);
         }
 
-        // The last call of the factory for pid, once there are count calls for it.
-        bool
-        WaitForCalls(std::string const& pid, std::size_t count)
-        {
-            return factory->log.WaitFor(
-                [&](std::vector<Call> const& calls)
-                {
-                    return static_cast<std::size_t>(std::count_if(calls.begin(), calls.end(),
-                                                                  [&](Call const& c) { return c.pid == pid; }))
-                           >= count;
-                });
-        }
-
-        std::vector<Call>
-        CallsFor(std::string const& pid)
-        {
-            std::vector<Call> calls;
-            for (auto const& call : factory->log.Calls())
-            {
-                if (call.pid == pid)
-                {
-                    calls.push_back(call);
-                }
-            }
-            return calls;
-        }
-
         fs::path directory;
         std::shared_ptr<RecordingFactory> factory;
         ServiceRegistration<ManagedServiceFactory> registration;
@@ -132,8 +105,8 @@ namespace
 
 TEST_F(ConfigurationDirectoryWatcherScanTest, FilesPresentAtStartAreAppliedAndOthersIgnored)
 {
-    ASSERT_TRUE(WaitForCalls("fp~early", 1));
-    auto const calls = CallsFor("fp~early");
+    ASSERT_TRUE(factory->WaitForCount(1));
+    auto const calls = factory->Calls();
     EXPECT_EQ(1, N(calls[0].properties));
     EXPECT_EQ(1, Count(calls[0].properties));
 
@@ -145,28 +118,27 @@ TEST_F(ConfigurationDirectoryWatcherScanTest, FilesPresentAtStartAreAppliedAndOt
 TEST_F(ConfigurationDirectoryWatcherTest, WrittenChangedDeletedMovedAndRecreatedFilesFollowTheConfiguration)
 {
     Write("fp~a.json", R"({"n": 1})");
-    ASSERT_TRUE(WaitForCalls("fp~a", 1));
+    ASSERT_TRUE(factory->WaitForCount(1));
     WriteByRename("fp~a.json", R"({"n": 2})");
-    ASSERT_TRUE(WaitForCalls("fp~a", 2));
+    ASSERT_TRUE(factory->WaitForCount(2));
     fs::remove(directory / "fp~a.json");
-    ASSERT_TRUE(WaitForCalls("fp~a", 3));
+    ASSERT_TRUE(factory->WaitForCount(3));
     Write("fp~a.json", R"({"n": 3})");
-    ASSERT_TRUE(WaitForCalls("fp~a", 4));
+    ASSERT_TRUE(factory->WaitForCount(4));
+    Write("fp~moved.json", R"({"modificationCount": 41})");
+    ASSERT_TRUE(factory->WaitForCount(5));
+    fs::rename(directory / "fp~moved.json", directory / "fp~moved.json.bak");
+    ASSERT_TRUE(factory->WaitForCount(6));
 
-    auto const calls = CallsFor("fp~a");
-    ASSERT_EQ((std::vector<std::string>{ "updated fp~a 1", "updated fp~a 2", "removed fp~a", "updated fp~a 3" }),
-              Texts(calls));
+    auto const calls = factory->Calls();
+    ASSERT_EQ((std::vector<std::string>{ "updated fp~a 1", "updated fp~a 2", "removed fp~a", "updated fp~a 3",
+                                         "updated fp~moved", "removed fp~moved" }),
+              Texts(calls)) << "moving a file out removes its configuration";
     EXPECT_EQ(1, Count(calls[0].properties));
     EXPECT_EQ(2, Count(calls[1].properties));
     EXPECT_EQ(3, Count(calls[3].properties)) << "the count keeps growing after a delete and re-create";
     EXPECT_EQ("fp", admin->GetConfiguration("fp~a")->GetFactoryPid());
-
-    Write("fp~moved.json", R"({"modificationCount": 41})");
-    ASSERT_TRUE(WaitForCalls("fp~moved", 1));
-    EXPECT_EQ(41, Count(CallsFor("fp~moved")[0].properties)) << "a count from the file is kept";
-    fs::rename(directory / "fp~moved.json", directory / "fp~moved.json.bak");
-    ASSERT_TRUE(WaitForCalls("fp~moved", 2));
-    EXPECT_EQ(Call::Removed, CallsFor("fp~moved")[1].kind) << "moving a file out removes its configuration";
+    EXPECT_EQ(41, Count(calls[4].properties)) << "a count from the file is kept";
     EXPECT_TRUE(admin->ListConfigurations("(pid=fp~moved)").empty());
 }
 
@@ -174,7 +146,7 @@ TEST_F(ConfigurationDirectoryWatcherTest, BrokenFileIsReportedWithItsPathAndTheL
 {
     CmLogCapture capture;
     Write("fp~b.json", R"({"n": 1})");
-    ASSERT_TRUE(WaitForCalls("fp~b", 1));
+    ASSERT_TRUE(factory->WaitForCount(1));
 
     Write("fp~b.json", R"({"n": 2,,})");
     std::string const path = (directory / "fp~b.json").string();
@@ -185,8 +157,8 @@ TEST_F(ConfigurationDirectoryWatcherTest, BrokenFileIsReportedWithItsPathAndTheL
 
     // A later good file still counts on from the last update made.
     Write("fp~b.json", R"({"n": 3})");
-    ASSERT_TRUE(WaitForCalls("fp~b", 2));
-    auto const calls = CallsFor("fp~b");
+    ASSERT_TRUE(factory->WaitForCount(2));
+    auto const calls = factory->Calls();
     EXPECT_EQ(3, N(calls[1].properties));
     EXPECT_EQ(2, Count(calls[1].properties));
     EXPECT_EQ(3, N(admin->GetConfiguration("fp~b")->GetProperties()));
@@ -205,7 +177,7 @@ TEST_F(ConfigurationDirectoryWatcherTest, FifoOrOversizedFileIsRefusedWithoutBlo
     EXPECT_TRUE(capture.WaitForText("fp~big.json ignored: larger than 4194304 bytes"));
 
     Write("fp~after.json", R"({"n": 1})");
-    EXPECT_TRUE(WaitForCalls("fp~after", 1)) << "the watcher no longer follows the folder";
+    EXPECT_TRUE(factory->WaitForCount(1)) << "the watcher no longer follows the folder";
     EXPECT_TRUE(admin->ListConfigurations("(|(pid=fp~pipe)(pid=fp~big))").empty());
 }
 

@@ -49,16 +49,7 @@ TEST(ConfigurationFileParserTest, MalformedInputsAreRefusedWithExactTexts)
     std::vector<Row> const rows = {
         { __LINE__, "", "not valid JSON: parse error at line 1, column 1: syntax error while parsing value - "
                         "unexpected end of input; expected '[', '{', or a literal" },
-        { __LINE__, "{\"a\": 1,}", "not valid JSON: parse error at line 1, column 9: syntax error while parsing "
-                                  "object key - unexpected '}'; expected string literal" },
-        { __LINE__, "{\"a\": 1} trailing", "not valid JSON: parse error at line 1, column 12: syntax error while "
-                                          "parsing value - invalid literal; last read: '1} tra'; expected end of input" },
-        { __LINE__, "{\"a\": \"\xff\"}", "not valid JSON: parse error at line 1, column 8: syntax error while "
-                                        "parsing value - invalid string: ill-formed UTF-8 byte; last read: '\"\xff'" },
         { __LINE__, "{\"a\": 1e999}", "not valid JSON: number overflow parsing '1e999'" },
-        { __LINE__, "[]", "the top-level value is not a JSON object" },
-        { __LINE__, "\"text\"", "the top-level value is not a JSON object" },
-        { __LINE__, "null", "the top-level value is not a JSON object" },
         { __LINE__, "{\"Port\": 1, \"port\": 2}", "keys that differ only in case: 'port'" },
         { __LINE__, "{\"o\": {\"K\": 1, \"k\": 2}}", "keys that differ only in case: 'k'" },
         { __LINE__, Nested(65), "nesting deeper than 64 levels" },
@@ -78,13 +69,7 @@ TEST(ConfigurationFileParserTest, MalformedInputsAreRefusedWithExactTexts)
     }
 }
 
-TEST(ConfigurationFileParserTest, NestingUpToTheLimitIsAccepted)
-{
-    AnyMap const properties = ConfigurationFileParser::Parse(Nested(64));
-    EXPECT_EQ(1u, properties.size());
-}
-
-TEST(ConfigurationFileParserTest, NumbersKeepTheirRangeAndMapsAreCaseInsensitiveAtEveryLevel)
+TEST(ConfigurationFileParserTest, NumbersKeepTheirRangeMapsAreCaseInsensitiveAtEveryLevelAndNestingToTheLimitIsAccepted)
 {
     AnyMap const properties = ConfigurationFileParser::Parse(R"({
         "min": -2147483648, "max": 2147483647, "below": -2147483649, "above": 2147483648,
@@ -105,6 +90,7 @@ TEST(ConfigurationFileParserTest, NumbersKeepTheirRangeAndMapsAreCaseInsensitive
     EXPECT_TRUE(any_cast<bool>(list[0]));
     EXPECT_EQ("two", any_cast<std::string>(list[1]));
     EXPECT_TRUE(list[2].Empty()) << "a null element stays, empty";
+    EXPECT_EQ(1u, ConfigurationFileParser::Parse(Nested(64)).size()) << "nesting up to the limit is accepted";
 }
 
 TEST(ConfigurationFileNameTest, OnlyFactoryPidTildeNameDotJsonHoldsAConfiguration)
@@ -116,17 +102,13 @@ TEST(ConfigurationFileNameTest, OnlyFactoryPidTildeNameDotJsonHoldsAConfiguratio
     };
     std::vector<Row> const rows = {
         { "fp~name.json", "fp~name" },
-        { "qz.spf.legacyservicepublisher~main.json", "qz.spf.legacyservicepublisher~main" },
         { "fp~a~b.json", "fp~a~b" },
         { "fp~name.JSON", "" },
-        { "fp~name.json.bak", "" },
-        { "fp~name.json~", "" },
         { "fpname.json", "" },
         { "~name.json", "" },
         { "fp~.json", "" },
         { ".fp~name.json", "" },
         { ".json", "" },
-        { "fp~name", "" },
         { "", "" },
     };
     for (auto const& row : rows)
