@@ -3,6 +3,7 @@
 
 #include "Greeter.h"
 #include "TestBundles.h"
+#include "Thrown.h"
 #include "support/FrameworkFixture.h"
 
 #include "framework/CoreBundleContext.h"
@@ -125,17 +126,9 @@ namespace
         auto bundle = Install(testbundles::Path("TestThrowingActivatorBundle"));
         auto const listenersBefore = ServiceListenerCount();
 
-        try
-        {
-            bundle.Start();
-            FAIL() << "Start must throw";
-        }
-        catch (std::runtime_error const& e)
-        {
-            EXPECT_EQ("Bundle test_throwing_activator (location=" + testbundles::Path("TestThrowingActivatorBundle")
-                          + ") start failed: activator refused to start",
-                      std::string(e.what()));
-        }
+        EXPECT_EQ("Bundle test_throwing_activator (location=" + testbundles::Path("TestThrowingActivatorBundle")
+                      + ") start failed: activator refused to start",
+                  testbundles::ThrownText<std::runtime_error>([&] { bundle.Start(); }));
         EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
         EXPECT_TRUE(context.GetServiceReferences<test::Greeter>().empty());
         EXPECT_EQ(listenersBefore, ServiceListenerCount()) << "its listener was removed";
@@ -229,14 +222,7 @@ namespace
             {
                 if (e.GetType() == BundleEvent::BUNDLE_STARTING)
                 {
-                    try
-                    {
-                        e.GetBundle().Stop();
-                    }
-                    catch (std::logic_error const& x)
-                    {
-                        error = x.what();
-                    }
+                    error = testbundles::ThrownText<std::logic_error>([&] { e.GetBundle().Stop(); });
                 }
             });
         bundle.Start();

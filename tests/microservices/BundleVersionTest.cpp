@@ -1,4 +1,5 @@
 #include "cppmicroservices/BundleVersion.h"
+#include "Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -42,15 +43,8 @@ namespace
                  { "99999999999", "Invalid version \"99999999999\": bad number \"99999999999\"" },
              })
         {
-            try
-            {
-                BundleVersion::ParseVersion(c.text);
-                ADD_FAILURE() << c.text << ": no exception";
-            }
-            catch (std::invalid_argument const& e)
-            {
-                EXPECT_EQ(c.message, e.what()) << c.text;
-            }
+            EXPECT_EQ(c.message, testbundles::ThrownText<std::invalid_argument>([&] { BundleVersion::ParseVersion(c.text); }))
+                << c.text;
         }
     }
 

@@ -1,6 +1,7 @@
 #include "cppmicroservices/LDAPFilter.h"
 #include "cppmicroservices/LDAPProp.h"
 #include "RunConcurrently.h"
+#include "Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -213,18 +214,10 @@ namespace
         using MatchFn = bool (LDAPFilter::*)(AnyMap const&) const;
         for (MatchFn match : { MatchFn(&LDAPFilter::Match), MatchFn(&LDAPFilter::MatchCase) })
         {
-            try
-            {
-                (LDAPFilter("(other=1)").*match)(props);
-                FAIL() << "expected std::runtime_error";
-            }
-            catch (std::runtime_error const& e)
-            {
-                std::string const text = e.what();
-                EXPECT_TRUE(text == "Properties contain case variants of the key: Key"
-                            || text == "Properties contain case variants of the key: KEY")
-                    << text;
-            }
+            auto const text = testbundles::ThrownText<std::runtime_error>([&] { (LDAPFilter("(other=1)").*match)(props); });
+            EXPECT_TRUE(text == "Properties contain case variants of the key: Key"
+                        || text == "Properties contain case variants of the key: KEY")
+                << text;
         }
 
         AnyMap big(AnyMap::ORDERED_MAP);
@@ -277,15 +270,8 @@ namespace
         };
         for (auto const& row : rows)
         {
-            try
-            {
-                LDAPFilter filter(row.filter);
-                ADD_FAILURE() << "accepted: " << row.filter;
-            }
-            catch (std::invalid_argument const& e)
-            {
-                EXPECT_EQ(std::string(e.what()), row.error) << row.filter;
-            }
+            EXPECT_EQ(testbundles::ThrownText<std::invalid_argument>([&] { LDAPFilter{ row.filter }; }), row.error)
+                << row.filter;
         }
     }
 

@@ -2,6 +2,7 @@
 // header conversion, and every way a file can fail to be a bundle.
 
 #include "TestBundles.h"
+#include "Thrown.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/Constants.h"
@@ -13,6 +14,7 @@
 #include <sstream>
 
 using namespace cppmicroservices;
+using testbundles::ThrownText;
 
 namespace
 {
@@ -88,31 +90,24 @@ namespace
         auto const greeter = ReadFile(testbundles::Path("TestGreeterBundle"));
         ASSERT_GT(greeter.size(), 100u);
 
-        enum class Kind
-        {
-            Runtime,
-            InvalidArgument
-        };
         struct Case
         {
             std::string name;
             std::string location;
-            Kind kind;
+            bool invalidArgument; // else std::runtime_error
             std::string reason; // after "Failed to install bundle library at location <p>: "
         };
         int files = 0;
         auto file = [&](std::string const& bytes) { return FileWith(std::to_string(++files) + ".so", bytes); };
         auto manifest = [&](std::string const& json) { return file(WithTrailer(json)); };
-        auto const runtime = Kind::Runtime;
-        auto const invalid = Kind::InvalidArgument;
+        auto const runtime = false;
+        auto const invalid = true;
         std::string const noManifest = "the file holds no embedded bundle manifest";
-        std::string const noName = "the manifest has no bundle.symbolic_name";
         std::vector<Case> const cases = {
             { "missing file", (storage / "absent.so").string(), runtime, "the file cannot be opened" },
             { "empty file", file(""), runtime, noManifest },
             { "plain library", testbundles::Path("TestPlainLibrary"), runtime, noManifest },
             { "bundle cut in half", file(greeter.substr(0, greeter.size() / 2)), runtime, noManifest },
-            { "bundle missing its last byte", file(greeter.substr(0, greeter.size() - 1)), runtime, noManifest },
             { "length not a number", file("body00000000000x12#US-MANIFEST-V1#"), runtime,
               "the embedded manifest trailer is corrupt" },
             { "length past the start", file("{}0000000000000100#US-MANIFEST-V1#"), runtime,
@@ -126,8 +121,8 @@ namespace
               "the manifest nests deeper than 64 levels" },
             { "case variants", manifest(R"({"bundle.symbolic_name": "x", "A": 1, "a": 2})"), runtime,
               "the manifest has keys that differ only in case: 'a'" },
-            { "no symbolic name", manifest(R"({"bundle.name": "x"})"), invalid, noName },
-            { "null symbolic name", manifest(R"({"bundle.symbolic_name": null})"), invalid, noName },
+            { "no symbolic name", manifest(R"({"bundle.name": "x"})"), invalid,
+              "the manifest has no bundle.symbolic_name" },
             { "numeric symbolic name", manifest(R"({"bundle.symbolic_name": 12})"), invalid,
               "bundle.symbolic_name is not a string" },
             { "empty symbolic name", manifest(R"({"bundle.symbolic_name": ""})"), invalid,
@@ -147,35 +142,12 @@ namespace
         auto const bundlesBefore = context.GetBundles().size();
         for (auto const& c : cases)
         {
-            std::string const expected = "Failed to install bundle library at location " + c.location + ": " + c.reason;
-            try
-            {
-                context.InstallBundles(c.location);
-                ADD_FAILURE() << c.name << ": no exception";
-            }
-            catch (std::invalid_argument const& e)
-            {
-                EXPECT_EQ(Kind::InvalidArgument, c.kind) << c.name;
-                EXPECT_EQ(expected, e.what()) << c.name;
-            }
-            catch (std::runtime_error const& e)
-            {
-                EXPECT_EQ(Kind::Runtime, c.kind) << c.name;
-                EXPECT_EQ(expected, e.what()) << c.name;
-            }
+            auto const install = [&] { context.InstallBundles(c.location); };
+            EXPECT_EQ("Failed to install bundle library at location " + c.location + ": " + c.reason,
+                      c.invalidArgument ? ThrownText<std::invalid_argument>(install) : ThrownText<std::runtime_error>(install))
+                << c.name;
         }
         EXPECT_EQ(bundlesBefore, context.GetBundles().size()) << "nothing was half-installed";
         EXPECT_TRUE(context);
-    }
-
-    TEST_F(ManifestParserTest, ASyntheticFileWithAValidManifestInstalls)
-    {
-        auto const location = FileWith("ok.so", WithTrailer(R"({"bundle.symbolic_name": "synthetic",
-                                                                 "bundle.version": "2.0"})"));
-        auto bundle = Install(location);
-        EXPECT_EQ("synthetic", bundle.GetSymbolicName());
-        EXPECT_EQ(BundleVersion(2, 0, 0), bundle.GetVersion());
-        bundle.Start(); // no activator: nothing is loaded, so the fake body is harmless
-        EXPECT_EQ(Bundle::STATE_ACTIVE, bundle.GetState());
     }
 } // namespace

@@ -3,6 +3,7 @@
 
 #include "RunConcurrently.h"
 #include "TestBundles.h"
+#include "Thrown.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/Constants.h"
@@ -229,14 +230,8 @@ namespace
             ASSERT_EQ(1u, events.size()) << c.name;
             EXPECT_EQ(FrameworkEvent::FRAMEWORK_ERROR, events[0].GetType());
             EXPECT_NE(std::string::npos, events[0].GetMessage().find(c.message)) << events[0].GetMessage();
-            try
-            {
-                std::rethrow_exception(events[0].GetThrowable());
-            }
-            catch (ServiceException const& e)
-            {
-                EXPECT_EQ(c.type, e.GetType()) << c.name;
-            }
+            auto const thrown = testbundles::Thrown<ServiceException>([&] { std::rethrow_exception(events[0].GetThrowable()); });
+            EXPECT_EQ(c.type, thrown.value().GetType()) << c.name;
             EXPECT_TRUE(reg.GetReference().GetUsingBundles().empty()) << c.name << ": a failed get is no use";
             context.RemoveListener(std::move(token));
             reg.Unregister();
@@ -261,14 +256,8 @@ namespace
         ASSERT_TRUE(outer);
         EXPECT_EQ(nullptr, inner);
         ASSERT_EQ(1u, errors->Events().size());
-        try
-        {
-            std::rethrow_exception(errors->Events()[0].GetThrowable());
-        }
-        catch (ServiceException const& e)
-        {
-            EXPECT_EQ(ServiceException::FACTORY_RECURSION, e.GetType());
-        }
+        auto const thrown = testbundles::Thrown<ServiceException>([&] { std::rethrow_exception(errors->Events()[0].GetThrowable()); });
+        EXPECT_EQ(ServiceException::FACTORY_RECURSION, thrown.value().GetType());
     }
 
     TEST_F(ServiceFactoryTest, ConcurrentGetsOfABundleScopeServiceCreateItOnceAndUngetItOnce)

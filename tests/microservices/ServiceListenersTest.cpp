@@ -2,6 +2,7 @@
 // order, on which thread, and what happens when a listener misbehaves.
 
 #include "TestBundles.h"
+#include "Thrown.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/Constants.h"
@@ -143,14 +144,8 @@ namespace
         EXPECT_EQ(FrameworkEvent::FRAMEWORK_ERROR, events[0].GetType());
         EXPECT_EQ("Service listener in system_bundle threw an exception!", events[0].GetMessage());
         EXPECT_EQ(0, events[0].GetBundle().GetBundleId());
-        try
-        {
-            std::rethrow_exception(events[0].GetThrowable());
-        }
-        catch (std::runtime_error const& e)
-        {
-            EXPECT_STREQ("listener broke", e.what());
-        }
+        EXPECT_EQ("listener broke",
+                  testbundles::ThrownText<std::runtime_error>([&] { std::rethrow_exception(events[0].GetThrowable()); }));
         context.RemoveListener(std::move(t1));
         context.RemoveListener(std::move(t2)); // it captures locals of this test
     }

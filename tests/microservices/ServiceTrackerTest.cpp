@@ -8,6 +8,7 @@
 #include "cppmicroservices/ServiceTracker.h"
 #include "support/FrameworkFixture.h"
 #include "RunConcurrently.h"
+#include "Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -158,19 +159,8 @@ namespace
     {
         ServiceTracker<Clock> tracker(context);
         tracker.Open();
-        EXPECT_THROW(
-            {
-                try
-                {
-                    tracker.GetServiceReference();
-                }
-                catch (ServiceException const& e)
-                {
-                    EXPECT_STREQ("No service is being tracked", e.what());
-                    throw;
-                }
-            },
-            ServiceException);
+        EXPECT_EQ("No service is being tracked",
+                  testbundles::ThrownText<ServiceException>([&] { tracker.GetServiceReference(); }));
 
         auto first = registerClock("first");
         auto second = registerClock("second");

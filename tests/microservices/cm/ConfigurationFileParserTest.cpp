@@ -3,6 +3,7 @@
 
 #include "ConfigurationFileName.h"
 #include "ConfigurationFileParser.h"
+#include "microservices/Thrown.h"
 
 #include "cppmicroservices/Any.h"
 
@@ -57,15 +58,8 @@ TEST(ConfigurationFileParserTest, MalformedInputsAreRefusedWithExactTexts)
     };
     for (auto const& row : rows)
     {
-        try
-        {
-            ConfigurationFileParser::Parse(row.input);
-            ADD_FAILURE() << "line " << row.line << ": no error";
-        }
-        catch (std::runtime_error const& e)
-        {
-            EXPECT_EQ(row.error, e.what()) << "line " << row.line;
-        }
+        EXPECT_EQ(row.error, testbundles::ThrownText<std::runtime_error>([&] { ConfigurationFileParser::Parse(row.input); }))
+            << "line " << row.line;
     }
 }
 

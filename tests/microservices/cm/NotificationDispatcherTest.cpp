@@ -205,16 +205,6 @@ TEST_F(NotificationDispatcherTest, ChangesQueuedAroundARegistrationAreDeliveredO
               return queued;
           },
           1, 1 },
-        { "stale updates around the registration",
-          [&](std::string const& fp, std::function<void()> const& registerFactory)
-          {
-              auto configuration = admin->GetFactoryConfiguration(fp, "a");
-              configuration->Update(AnyMap{ { "n", 1 } });
-              registerFactory();
-              configuration->Update(AnyMap{ { "n", 2 } });
-              return configuration->Update(AnyMap{ { "n", 3 } });
-          },
-          0, 3 },
         { "removed and recreated",
           [&](std::string const& fp, std::function<void()> const& registerFactory)
           {
