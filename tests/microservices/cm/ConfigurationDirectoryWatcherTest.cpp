@@ -7,7 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <random>
+#include <functional>
 
 #include <sys/stat.h>
 
@@ -25,26 +25,15 @@ namespace
     class ConfigurationDirectoryWatcherTest : public ConfigurationAdminFixture
     {
       protected:
+        // The folder is in the framework's storage, removed with it.
         cppmicroservices::FrameworkConfiguration
         Configuration() override
         {
-            std::random_device random;
-            directory = fs::temp_directory_path()
-                        / ("cm-watch-" + std::to_string(random()) + "-" + std::to_string(random()));
+            directory = storage / "configurations";
             fs::create_directories(directory);
-            for (auto const& [name, text] : InitialFiles())
-            {
-                Write(name, text);
-            }
             auto configuration = ConfigurationAdminFixture::Configuration();
             configuration["org.cppmicroservices.cm.configuration.directory"] = directory.string();
             return configuration;
-        }
-
-        virtual std::vector<std::pair<std::string, std::string>>
-        InitialFiles()
-        {
-            return {};
         }
 
         void
@@ -55,12 +44,14 @@ namespace
             registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
         }
 
+        // Starts the bundle again (files written meanwhile are there at its start).
         void
-        TearDown() override
+        Restart(std::function<void()> const& whileStopped)
         {
-            ConfigurationAdminFixture::TearDown();
-            std::error_code ignored;
-            fs::remove_all(directory, ignored);
+            cmBundle.Stop();
+            whileStopped();
+            cmBundle.Start();
+            admin = context.GetService(context.GetServiceReference<cppmicroservices::service::cm::ConfigurationAdmin>());
         }
 
         // Writes in place: the watcher sees the file closed after writing.
@@ -88,23 +79,18 @@ namespace
     {
         return any_cast<int>(properties.at("modificationCount"));
     }
-
-    class ConfigurationDirectoryWatcherScanTest : public ConfigurationDirectoryWatcherTest
-    {
-      protected:
-        std::vector<std::pair<std::string, std::string>>
-        InitialFiles() override
-        {
-            return { { "fp~early.json", R"({"n": 1})" },
-                     { "fp~broken.json", R"({"n": )" },
-                     { "readme.txt", "not a configuration" },
-                     { "nofactory.json", R"({"n": 2})" } };
-        }
-    };
 } // namespace
 
-TEST_F(ConfigurationDirectoryWatcherScanTest, FilesPresentAtStartAreAppliedAndOthersIgnored)
+TEST_F(ConfigurationDirectoryWatcherTest, FilesPresentAtStartAreAppliedAndOthersIgnored)
 {
+    Restart(
+        [&]
+        {
+            Write("fp~early.json", R"({"n": 1})");
+            Write("fp~broken.json", R"({"n": )");
+            Write("readme.txt", "not a configuration");
+            Write("nofactory.json", R"({"n": 2})");
+        });
     ASSERT_TRUE(factory->WaitForCount(1));
     auto const calls = factory->Calls();
     EXPECT_EQ(1, N(calls[0].properties));
@@ -181,27 +167,12 @@ TEST_F(ConfigurationDirectoryWatcherTest, FifoOrOversizedFileIsRefusedWithoutBlo
     EXPECT_TRUE(admin->ListConfigurations("(|(pid=fp~pipe)(pid=fp~big))").empty());
 }
 
-namespace
-{
-    class ConfigurationDirectoryWatcherMissingTest : public ConfigurationAdminFixture
-    {
-      protected:
-        cppmicroservices::FrameworkConfiguration
-        Configuration() override
-        {
-            auto configuration = ConfigurationAdminFixture::Configuration();
-            configuration["org.cppmicroservices.cm.configuration.directory"] = std::string("/nonexistent/cm-dir");
-            return configuration;
-        }
-    };
-} // namespace
-
-TEST_F(ConfigurationDirectoryWatcherMissingTest, MissingDirectoryIsLoggedAndTheBundleStillStarts)
+TEST_F(ConfigurationDirectoryWatcherTest, MissingDirectoryIsLoggedAndTheBundleStillStarts)
 {
     CmLogCapture capture;
-    cmBundle.Stop();
-    cmBundle.Start();
-    EXPECT_TRUE(capture.WaitForText("Cannot watch configuration directory /nonexistent/cm-dir: No such file or directory"));
+    Restart([&] { fs::remove_all(directory); });
+    EXPECT_TRUE(capture.WaitForText("Cannot watch configuration directory " + directory.string()
+                                    + ": No such file or directory"));
     EXPECT_EQ(cppmicroservices::Bundle::STATE_ACTIVE, cmBundle.GetState());
     EXPECT_TRUE(context.GetServiceReference<cppmicroservices::service::cm::ConfigurationAdmin>());
 }
