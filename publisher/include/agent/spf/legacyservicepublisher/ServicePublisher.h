@@ -299,8 +299,8 @@ public:
 
     using AgentConnections = std::map<std::string, AgentConnection>;
 
-    // The directory client of the in-process exchange and the discovery service it came from,
-    // which must outlive the client; both null when there is none.
+    // The directory client of the in-process exchange (which keeps that exchange open) and the
+    // discovery service it came from; both null when there is none.
     using FrameworkDiscoveryResult = std::pair<std::unique_ptr<agent::directory::DirectoryServiceClient>,
                                                std::shared_ptr<InProcessDiscovery>>;
 
