@@ -42,30 +42,24 @@ namespace
         ServiceRegistration<ManagedService> gateRegistration;
     };
 
-    // Every listener event as text, e.g. "updated fp~a (factory fp)".
+    // Records each event in recorder, as a call for "event <pid> (factory <factory pid>)".
     class RecordingListener : public ConfigurationListener
     {
       public:
-        explicit RecordingListener(std::vector<std::string>& order, std::mutex& orderMutex)
-            : order(order)
-            , orderMutex(orderMutex)
-        {
-        }
+        explicit RecordingListener(std::shared_ptr<Recorder> recorder) : recorder(std::move(recorder)) {}
 
         void
         configurationEvent(ConfigurationEvent const& event) override
         {
-            std::lock_guard<std::mutex> lock(orderMutex);
-            order.push_back(std::string(event.getType() == ConfigurationEventType::CM_UPDATED ? "updated " : "deleted ")
-                            + event.getPid() + " (factory " + event.getFactoryPid() + ")");
             references.push_back(event.getReference());
+            recorder->Record(event.getType() == ConfigurationEventType::CM_UPDATED ? Call::Updated : Call::Removed,
+                             "event " + event.getPid() + " (factory " + event.getFactoryPid() + ")", AnyMap());
         }
 
         std::vector<cppmicroservices::ServiceReference<cppmicroservices::service::cm::ConfigurationAdmin>> references;
 
       private:
-        std::vector<std::string>& order;
-        std::mutex& orderMutex;
+        std::shared_ptr<Recorder> const recorder;
     };
 } // namespace
 
@@ -103,16 +97,10 @@ TEST_F(NotificationDispatcherTest, FactorySeesConfigurationsFromBeforeAndAfterIt
 
 TEST_F(NotificationDispatcherTest, ListenersHearEachChangeBeforeManagedServicesAndCreationNotifiesNobody)
 {
-    std::vector<std::string> order;
-    std::mutex orderMutex;
-    auto listener = std::make_shared<RecordingListener>(order, orderMutex);
-    auto listenerRegistration = context.RegisterService<ConfigurationListener>(listener);
+    // The listener records into the factory's log: one list shows the order.
     auto factory = std::make_shared<RecordingFactory>();
-    factory->hook = [&]
-    {
-        std::lock_guard<std::mutex> lock(orderMutex);
-        order.push_back("factory");
-    };
+    auto listener = std::make_shared<RecordingListener>(factory);
+    auto listenerRegistration = context.RegisterService<ConfigurationListener>(listener);
     auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
 
     // Creating, or removing a configuration never updated, notifies nobody.
@@ -123,10 +111,9 @@ TEST_F(NotificationDispatcherTest, ListenersHearEachChangeBeforeManagedServicesA
     admin->GetConfiguration("plain")->Update(AnyMap{ { "n", 1 } });
     ASSERT_TRUE(Ready(configuration->Remove()));
 
-    std::lock_guard<std::mutex> lock(orderMutex);
-    EXPECT_EQ((std::vector<std::string>{ "updated fp~a (factory fp)", "factory", "updated plain (factory )",
-                                         "deleted fp~a (factory fp)", "factory" }),
-              order);
+    EXPECT_EQ((std::vector<std::string>{ "updated event fp~a (factory fp)", "updated fp~a 1", "updated event plain (factory )",
+                                         "removed event fp~a (factory fp)", "removed fp~a" }),
+              Texts(factory->Calls()));
     auto const adminReference = context.GetServiceReference<cppmicroservices::service::cm::ConfigurationAdmin>();
     for (auto const& reference : listener->references)
     {

@@ -1,5 +1,6 @@
-// Registers a service and a listener, then fails to start: the framework must
-// take both back.
+// As test_throwing_activator: registers a service and a listener, then fails
+// to start, and the framework must take both back. As test_stop_throws: starts
+// cleanly and throws from Stop, and the bundle must stop anyway.
 
 #include "Greeter.h"
 
@@ -33,6 +34,11 @@ namespace
         void
         Start(cppmicroservices::BundleContext context) override
         {
+            stopThrows = context.GetBundle().GetSymbolicName() == "test_stop_throws";
+            if (stopThrows)
+            {
+                return;
+            }
             auto registration = context.RegisterService<test::Greeter>(std::make_shared<SilentGreeter>(),
                                                                        { { "greeting.language", std::string("none") } });
             (void)registration;
@@ -43,7 +49,14 @@ namespace
         void
         Stop(cppmicroservices::BundleContext) override
         {
+            if (stopThrows)
+            {
+                throw std::runtime_error("activator refused to stop");
+            }
         }
+
+      private:
+        bool stopThrows = false;
     };
 } // namespace
 
