@@ -107,37 +107,26 @@ namespace
         context.RemoveListener(std::move(token)); // it captures locals of this test
     }
 
-    TEST_F(ServiceListenersTest, EventsAreDeliveredOnTheCallingThreadUntilTheListenerIsRemoved)
-    {
-        std::thread::id seen;
-        int calls = 0;
-        auto token = context.AddServiceListener(
-            [&](ServiceEvent const&)
-            {
-                seen = std::this_thread::get_id();
-                ++calls;
-            });
-        std::thread worker([&] { RegisterEcho(); });
-        auto const workerId = worker.get_id();
-        worker.join();
-        EXPECT_EQ(workerId, seen);
-        context.RemoveListener(std::move(token));
-        context.RemoveListener(ListenerToken()); // an invalid token is ignored
-        RegisterEcho();
-        EXPECT_EQ(1, calls);
-    }
-
-    TEST_F(ServiceListenersTest, AThrowingListenerBecomesAFrameworkErrorAndOthersStillRun)
+    TEST_F(ServiceListenersTest, AThrowingListenerBecomesAFrameworkErrorOthersStillRunOnTheCallingThreadUntilRemoved)
     {
         auto errors = std::make_shared<FrameworkLog>();
         auto t0 = context.AddFrameworkListener([errors](FrameworkEvent const& e) { (*errors)(e); });
         auto t1 = context.AddServiceListener([](ServiceEvent const&) { throw std::runtime_error("listener broke"); });
         int calls = 0;
-        auto t2 = context.AddServiceListener([&](ServiceEvent const&) { ++calls; });
+        std::thread::id seen;
+        auto t2 = context.AddServiceListener(
+            [&](ServiceEvent const&)
+            {
+                seen = std::this_thread::get_id();
+                ++calls;
+            });
 
-        auto reg = RegisterEcho();
-        EXPECT_TRUE(reg.GetReference()) << "the registration went through";
+        std::thread worker([&] { RegisterEcho(); });
+        auto const workerId = worker.get_id();
+        worker.join();
+        EXPECT_EQ(1u, context.GetServiceReferences<Echo>().size()) << "the registration went through";
         EXPECT_EQ(1, calls);
+        EXPECT_EQ(workerId, seen) << "delivered on the registering thread";
 
         auto events = errors->Events();
         ASSERT_EQ(1u, events.size());
@@ -146,8 +135,14 @@ namespace
         EXPECT_EQ(0, events[0].GetBundle().GetBundleId());
         EXPECT_EQ("listener broke",
                   testbundles::ThrownText<std::runtime_error>([&] { std::rethrow_exception(events[0].GetThrowable()); }));
+
+        // Removed listeners hear nothing more; an invalid token is ignored.
         context.RemoveListener(std::move(t1));
-        context.RemoveListener(std::move(t2)); // it captures locals of this test
+        context.RemoveListener(std::move(t2));
+        context.RemoveListener(ListenerToken());
+        RegisterEcho();
+        EXPECT_EQ(1, calls);
+        EXPECT_EQ(1u, errors->Events().size());
     }
 
     TEST_F(ServiceListenersTest, ListenersMayRegisterAndRemoveListenersFromInsideACallback)

@@ -96,7 +96,7 @@ namespace
         }
     };
 
-    TEST_F(ServiceTrackerTest, FilterSelectsServicesAndPropertyChangesAndUnregistrationAreSeen)
+    TEST_F(ServiceTrackerTest, FilterSelectsServicesChangesAndUnregistrationAreSeenAndDeclinedServicesAreOfferedAgain)
     {
         RecordingCustomizer customizer(context);
         ServiceTracker<Clock> tracker(context, LDAPFilter("(&(objectclass=trackertest::Clock)(zone=UTC))"), &customizer);
@@ -122,37 +122,23 @@ namespace
         utcAfter.SetProperties({ { "zone", std::string("CET") } });
         EXPECT_EQ(2, customizer.removed) << "a property change can end the match";
         EXPECT_TRUE(tracker.IsEmpty());
-
-        auto last = registerClock("UTC");
-        tracker.Close();
-        EXPECT_EQ(3, customizer.removed);
-        EXPECT_EQ(3, customizer.added);
-        EXPECT_EQ(-1, tracker.GetTrackingCount());
-        EXPECT_TRUE(tracker.IsEmpty());
-    }
-
-    TEST_F(ServiceTrackerTest, DeclinedServiceStaysUntrackedAndIsOfferedAgainWhenModified)
-    {
-        RecordingCustomizer customizer(context);
-        ServiceTracker<Clock> tracker(context, &customizer);
-        tracker.Open();
-        auto declined = registerClock("UTC", { { "decline", true } });
-        EXPECT_EQ(1, customizer.adding);
-        EXPECT_EQ(0, tracker.Size());
         EXPECT_EQ(nullptr, tracker.GetService());
 
-        declined.SetProperties({ { "zone", std::string("UTC") }, { "decline", true } });
-        EXPECT_EQ(2, customizer.adding);
-        EXPECT_EQ(0, tracker.Size());
-
-        declined.SetProperties({ { "zone", std::string("UTC") }, { "decline", false } });
+        auto last = registerClock("UTC");
         EXPECT_EQ(3, customizer.adding);
+        // A declined service stays untracked and is offered again whenever it is modified.
+        auto declined = registerClock("UTC", { { "decline", true } });
+        declined.SetProperties({ { "zone", std::string("UTC") }, { "decline", true } });
+        EXPECT_EQ(5, customizer.adding);
         EXPECT_EQ(1, tracker.Size());
-
-        declined.Unregister();
+        declined.SetProperties({ { "zone", std::string("UTC") }, { "decline", false } });
+        EXPECT_EQ(6, customizer.adding);
+        EXPECT_EQ(2, tracker.Size());
         tracker.Close();
-        // Only the one accepted service is ever removed.
-        EXPECT_EQ(1, customizer.removed);
+        EXPECT_EQ(4, customizer.removed) << "every accepted service, and only those, is removed";
+        EXPECT_EQ(4, customizer.added);
+        EXPECT_EQ(-1, tracker.GetTrackingCount());
+        EXPECT_TRUE(tracker.IsEmpty());
     }
 
     TEST_F(ServiceTrackerTest, BestServiceIsHighestRankingThenLowestIdAndTrackingByReferenceOrNameWorks)
