@@ -76,12 +76,8 @@ namespace
         EXPECT_EQ(AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS, nested.GetType());
         EXPECT_EQ(0u, nested.count("dropped")) << "null members are left out";
         auto const& items = ref_any_cast<std::vector<Any>>(headers.AtCompoundKey("NESTED.level.ITEMS"));
-        ASSERT_EQ(6u, items.size());
+        EXPECT_EQ(R"([1,2.5,"three",true,null,{"k" : "v"}])", headers.AtCompoundKey("NESTED.level.ITEMS").ToJSON());
         EXPECT_EQ(1, any_cast<int>(items[0]));
-        EXPECT_DOUBLE_EQ(2.5, any_cast<double>(items[1]));
-        EXPECT_EQ("three", any_cast<std::string>(items[2]));
-        EXPECT_TRUE(any_cast<bool>(items[3]));
-        EXPECT_TRUE(items[4].Empty());
         EXPECT_EQ("v", any_cast<std::string>(ref_any_cast<AnyMap>(items[5]).at("K")));
     }
 

@@ -96,7 +96,7 @@ namespace
         }
     };
 
-    TEST_F(ServiceFactoryTest, ABundleScopeFactoryMakesOneObjectPerBundleAndUngetsItAfterTheLastPointer)
+    TEST_F(ServiceFactoryTest, ABundleScopeFactoryMakesOneObjectPerBundleUngetsItAfterTheLastPointerAndMayDeclareSingletonScope)
     {
         auto factory = std::make_shared<BundleFactory>();
         auto reg = context.RegisterService<Counter>(ToFactory(factory));
@@ -122,17 +122,13 @@ namespace
 
         auto again = context.GetService(ref);
         EXPECT_EQ(3, factory->made.load()) << "a fresh object after the last one was released";
-    }
 
-    TEST_F(ServiceFactoryTest, AFactoryMayDeclareSingletonScopeButNoOtherAndKeepsItAcrossSetProperties)
-    {
+        // A factory may declare singleton scope, kept across SetProperties, but not prototype.
         auto shared = context.RegisterService<Counter>(ToFactory(std::make_shared<BundleFactory>()),
                                                        { { "Service.Scope", std::string("singleton") } });
-        auto ref = shared.GetReference();
-        EXPECT_EQ(Constants::SCOPE_SINGLETON, any_cast<std::string>(ref.GetProperty(Constants::SERVICE_SCOPE)));
         shared.SetProperties({ { "extra", 1 } });
-        EXPECT_EQ(Constants::SCOPE_SINGLETON, any_cast<std::string>(ref.GetProperty(Constants::SERVICE_SCOPE)));
-
+        EXPECT_EQ(Constants::SCOPE_SINGLETON,
+                  any_cast<std::string>(shared.GetReference().GetProperty(Constants::SERVICE_SCOPE)));
         auto claimed = context.RegisterService<Counter>(ToFactory(std::make_shared<BundleFactory>()),
                                                         { { "service.scope", std::string("prototype") } });
         EXPECT_EQ(Constants::SCOPE_BUNDLE,

@@ -77,18 +77,12 @@ namespace cmtest
             return calls;
         }
 
-        // Waits until condition(calls) holds or the deadline passes.
-        bool
-        WaitFor(std::function<bool(std::vector<Call> const&)> const& condition) const
-        {
-            std::unique_lock<std::mutex> lock(callsMutex);
-            return added.wait_for(lock, kDeadline, [&] { return condition(calls); });
-        }
-
+        // Waits until there are n calls or the deadline passes.
         bool
         WaitForCount(std::size_t n) const
         {
-            return WaitFor([n](std::vector<Call> const& c) { return c.size() >= n; });
+            std::unique_lock<std::mutex> lock(callsMutex);
+            return added.wait_for(lock, kDeadline, [&] { return calls.size() >= n; });
         }
 
         std::function<void()> hook;
