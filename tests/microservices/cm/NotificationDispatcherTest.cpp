@@ -121,9 +121,10 @@ TEST_F(NotificationDispatcherTest, ListenersHearEachChangeBeforeManagedServicesA
     }
 }
 
-TEST_F(NotificationDispatcherTest, ManagedServiceIsMatchedByEachOfItsPidsAndToldOfRemovalWithAnEmptyMap)
+TEST_F(NotificationDispatcherTest, ManagedServiceIsMatchedByEachOfItsPidsToldOfRemovalWithAnEmptyMapAndFollowsAPidChange)
 {
     admin->GetConfiguration("one")->Update(AnyMap{ { "n", 1 } });
+    admin->GetConfiguration("moved")->Update(AnyMap{ { "n", 4 } });
     auto service = std::make_shared<RecordingService>();
     auto registration
         = Register<ManagedService>(service, std::vector<std::string>{ "one", "two", "absent" });
@@ -133,8 +134,15 @@ TEST_F(NotificationDispatcherTest, ManagedServiceIsMatchedByEachOfItsPidsAndTold
     two->Update(AnyMap{ { "n", 2 } });
     admin->GetConfiguration("unrelated")->Update(AnyMap{ { "n", 3 } });
     ASSERT_TRUE(Ready(two->Remove()));
-    EXPECT_EQ((std::vector<std::string>{ "updated 1", "updated 2", "removed" }), Texts(service->Calls()));
     EXPECT_TRUE(service->Calls().back().properties.empty());
+
+    registration.SetProperties({ { "service.pid", std::string("moved") } });
+    ASSERT_TRUE(service->WaitForCount(4));
+    ASSERT_TRUE(Ready(admin->GetConfiguration("one")->Update(AnyMap{ { "n", 10 } })));
+    registration.Unregister();
+    ASSERT_TRUE(Ready(admin->GetConfiguration("moved")->Update(AnyMap{ { "n", 20 } })));
+    EXPECT_EQ((std::vector<std::string>{ "updated 1", "updated 2", "removed", "updated 4" }), Texts(service->Calls()))
+        << "neither the old pid nor, once unregistered, the new one reaches it";
 }
 
 TEST_F(NotificationDispatcherTest, ServiceWithoutPidIsIgnoredButComponentNameCounts)
@@ -151,24 +159,6 @@ TEST_F(NotificationDispatcherTest, ServiceWithoutPidIsIgnoredButComponentNameCou
     ASSERT_EQ(1u, component->Calls().size());
     EXPECT_EQ(4, N(component->Calls()[0].properties));
     EXPECT_TRUE(anonymous->Calls().empty());
-}
-
-TEST_F(NotificationDispatcherTest, ChangingServicePidMovesTheServiceToTheNewConfiguration)
-{
-    admin->GetConfiguration("first")->Update(AnyMap{ { "n", 1 } });
-    admin->GetConfiguration("second")->Update(AnyMap{ { "n", 2 } });
-    auto service = std::make_shared<RecordingService>();
-    auto registration = Register<ManagedService>(service, std::string("first"));
-    ASSERT_TRUE(service->WaitForCount(1));
-
-    registration.SetProperties({ { "service.pid", std::string("second") } });
-    ASSERT_TRUE(service->WaitForCount(2));
-    ASSERT_TRUE(Ready(admin->GetConfiguration("first")->Update(AnyMap{ { "n", 10 } })));
-
-    registration.Unregister();
-    ASSERT_TRUE(Ready(admin->GetConfiguration("second")->Update(AnyMap{ { "n", 20 } })));
-    EXPECT_EQ((std::vector<std::string>{ "updated 1", "updated 2" }), Texts(service->Calls()))
-        << "neither the old pid nor, once unregistered, the new one reaches it";
 }
 
 // While the delivery thread is held, a factory registers between queued
