@@ -1,15 +1,12 @@
 #include "cppmicroservices/LDAPFilter.h"
 #include "cppmicroservices/LDAPProp.h"
-#include "RunConcurrently.h"
 #include "Thrown.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <list>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 using cppmicroservices::Any;
@@ -326,31 +323,5 @@ namespace
         LDAPFilter const filter(static_cast<std::string>(LDAPProp("flag") == true && LDAPProp("n") >= 2));
         EXPECT_TRUE(filter.Match(Props({ { "flag", true }, { "n", 3 } })));
         EXPECT_FALSE(filter.Match(Props({ { "flag", true }, { "n", 1 } })));
-    }
-
-    TEST(LDAPFilterTest, ConcurrentMatchesOnSharedFilterCopiesAgree)
-    {
-        LDAPFilter const shared("(&(objectclass=svc)(|(rank>=5)(tag=hot*)))");
-        AnyMap const matching = Props({ { "ObjectClass", std::string("svc") }, { "rank", 7 } });
-        AnyMap const failing(AnyMap::ORDERED_MAP, { { "objectclass", std::string("svc") }, { "rank", 1 } });
-        constexpr int threads = 8;
-        constexpr int rounds = 2000;
-        std::atomic<int> wrong{ 0 };
-        std::atomic<int> done{ 0 };
-        testbundles::RunConcurrently(threads,
-                                     [&](int)
-                                     {
-                                         for (int i = 0; i < rounds; ++i)
-                                         {
-                                             LDAPFilter copy = shared;
-                                             if (!copy.Match(matching) || shared.Match(failing))
-                                             {
-                                                 ++wrong;
-                                             }
-                                         }
-                                         ++done;
-                                     });
-        EXPECT_EQ(wrong.load(), 0);
-        EXPECT_EQ(done.load(), threads);
     }
 } // namespace
