@@ -84,29 +84,6 @@ namespace
         }
     }
 
-    TEST_F(ServiceListenersTest, TheServiceIsStillObtainableWhileUnregisteringIsDelivered)
-    {
-        auto reg = RegisterEcho();
-        auto ref = reg.GetReference<Echo>();
-        bool obtained = false;
-        bool referenceValid = false;
-        auto token = context.AddServiceListener(
-            [&](ServiceEvent const& e)
-            {
-                if (e.GetType() == ServiceEvent::SERVICE_UNREGISTERING)
-                {
-                    referenceValid = static_cast<bool>(e.GetServiceReference());
-                    obtained = context.GetService(e.GetServiceReference<Echo>()) != nullptr;
-                }
-            });
-        reg.Unregister();
-        EXPECT_TRUE(referenceValid);
-        EXPECT_TRUE(obtained);
-        EXPECT_FALSE(ref) << "unavailable once unregistration has finished";
-        EXPECT_EQ(nullptr, context.GetService(ref));
-        context.RemoveListener(std::move(token)); // it captures locals of this test
-    }
-
     TEST_F(ServiceListenersTest, AThrowingListenerBecomesAFrameworkErrorOthersStillRunOnTheCallingThreadUntilRemoved)
     {
         auto errors = std::make_shared<FrameworkLog>();

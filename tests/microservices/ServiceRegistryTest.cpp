@@ -203,7 +203,16 @@ namespace
         EXPECT_TRUE(framework->GetServicesInUse().empty()) << "the use ends with the last pointer";
         EXPECT_TRUE(ref.GetUsingBundles().empty());
 
+        bool obtainedWhileUnregistering = false;
+        auto token = context.AddServiceListener(
+            [&](ServiceEvent const& e)
+            {
+                obtainedWhileUnregistering = e.GetType() == ServiceEvent::SERVICE_UNREGISTERING
+                                             && context.GetService(ServiceReference<Foo>(e.GetServiceReference()));
+            });
         reg.Unregister();
+        context.RemoveListener(std::move(token));
+        EXPECT_TRUE(obtainedWhileUnregistering) << "still obtainable while UNREGISTERING is delivered";
         EXPECT_FALSE(ref);
         EXPECT_FALSE(ref.GetBundle());
         EXPECT_EQ("red", any_cast<std::string>(ref.GetProperty("color"))) << "properties outlive the registration";
