@@ -11,29 +11,13 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 using namespace cppmicroservices;
 using testbundles::ThrownText;
 
 namespace
 {
-    std::string
-    ReadFile(std::string const& path)
-    {
-        std::ifstream in(path, std::ios::binary);
-        std::ostringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-
-    void
-    WriteFile(std::string const& path, std::string const& bytes)
-    {
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out << bytes;
-    }
-
     // Bytes that look like a bundle library holding manifest.
     std::string
     WithTrailer(std::string const& manifest, std::string const& body = "\x7f" "ELF not really")
@@ -45,18 +29,12 @@ namespace
     class ManifestParserTest : public testsupport::FrameworkFixture
     {
       protected:
-        void
-        SetUp() override
-        {
-            FrameworkFixture::SetUp();
-            std::filesystem::create_directories(storage);
-        }
-
         std::string
         FileWith(std::string const& name, std::string const& bytes)
         {
+            std::filesystem::create_directories(storage);
             auto const path = (storage / name).string();
-            WriteFile(path, bytes);
+            std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
             return path;
         }
     };
@@ -83,7 +61,8 @@ namespace
 
     TEST_F(ManifestParserTest, BadFilesAreRefusedWithAClearErrorAndTheFrameworkCarriesOn)
     {
-        auto const greeter = ReadFile(testbundles::Path("TestGreeterBundle"));
+        std::ifstream in(testbundles::Path("TestGreeterBundle"), std::ios::binary);
+        std::string const greeter{ std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>() };
         ASSERT_GT(greeter.size(), 100u);
 
         struct Case
