@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -51,6 +52,10 @@ namespace
         AddingService(ServiceReference<Clock> const& reference) override
         {
             ++adding;
+            if (onAdding)
+            {
+                onAdding();
+            }
             auto const decline = reference.GetProperty("decline");
             if (!decline.Empty() && any_cast<bool>(decline))
             {
@@ -79,6 +84,7 @@ namespace
         }
 
         BundleContext context;
+        std::function<void()> onAdding; // set before the tracker opens
         std::atomic<int> adding { 0 };
         std::atomic<int> added { 0 };
         std::atomic<int> modified { 0 };
@@ -198,22 +204,11 @@ namespace
 
     TEST_F(ServiceTrackerTest, CustomizerMayCloseItsOwnTracker)
     {
-        struct Closer : ServiceTrackerCustomizer<Clock>
-        {
-            std::shared_ptr<Clock>
-            AddingService(ServiceReference<Clock> const&) override
-            {
-                tracker->Close();
-                return nullptr;
-            }
-            void ModifiedService(ServiceReference<Clock> const&, std::shared_ptr<Clock> const&) override {}
-            void RemovedService(ServiceReference<Clock> const&, std::shared_ptr<Clock> const&) override {}
-            ServiceTracker<Clock>* tracker = nullptr;
-        } closer;
+        RecordingCustomizer closer(context);
         ServiceTracker<Clock> tracker(context, &closer);
-        closer.tracker = &tracker;
+        closer.onAdding = [&] { tracker.Close(); };
         tracker.Open();
-        registerClock("UTC");
+        registerClock("UTC", { { "decline", true } });
         EXPECT_EQ(-1, tracker.GetTrackingCount());
     }
 
