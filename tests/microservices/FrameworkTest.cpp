@@ -78,7 +78,7 @@ namespace
         }
     };
 
-    TEST_F(FrameworkTest, StopsBundlesInReverseStartOrder)
+    TEST_F(FrameworkTest, StopsBundlesInReverseStartOrderAndRestartsWithThemInstalled)
     {
         auto greeter = Install(testbundles::Path("TestGreeterBundle"));
         auto plain = Install(testbundles::Path("TestNoActivatorBundle"));
@@ -100,6 +100,15 @@ namespace
         EXPECT_EQ(0, events[0].GetBundle().GetBundleId()) << "the system bundle announces its stop first";
         EXPECT_EQ(greeter, events[1].GetBundle());
         EXPECT_EQ(plain, events[2].GetBundle());
+
+        // It starts again with its bundles still installed, and resolved.
+        framework->Start();
+        context = framework->GetBundleContext();
+        ASSERT_TRUE(context);
+        EXPECT_EQ(Bundle::STATE_RESOLVED, greeter.GetState());
+        EXPECT_EQ(3u, context.GetBundles().size());
+        greeter.Start();
+        EXPECT_TRUE(context.GetServiceReference("test::Greeter"));
     }
 
     TEST_F(FrameworkTest, AListenerCanStopTheFrameworkWithoutDeadlock)
@@ -118,21 +127,6 @@ namespace
         bundle.Start();
         EXPECT_EQ(FrameworkEvent::FRAMEWORK_STOPPED, framework->WaitForStop(0ms).GetType());
         EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
-    }
-
-    TEST_F(FrameworkTest, RestartsAfterAStopWithItsBundlesStillInstalled)
-    {
-        auto bundle = Install(testbundles::Path("TestGreeterBundle"));
-        bundle.Start();
-        StopFramework();
-
-        framework->Start();
-        context = framework->GetBundleContext();
-        ASSERT_TRUE(context);
-        EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
-        EXPECT_EQ(2u, context.GetBundles().size());
-        bundle.Start();
-        EXPECT_TRUE(context.GetServiceReference("test::Greeter"));
     }
 
     TEST_F(FrameworkTest, PropertiesHoldTheConfigurationAndTheFrameworksOwnFacts)
