@@ -83,18 +83,7 @@ namespace
     using BundleFactory = CountingFactory<ServiceFactory>;
     using PrototypeFactory = CountingFactory<PrototypeServiceFactory>;
 
-    class ServiceFactoryTest : public testsupport::FrameworkFixture
-    {
-      protected:
-        // The context of a second started bundle, to use services as another bundle.
-        BundleContext
-        OtherBundleContext()
-        {
-            auto bundle = Install(testbundles::Path("TestNoActivatorBundle"));
-            bundle.Start();
-            return bundle.GetBundleContext();
-        }
-    };
+    using ServiceFactoryTest = testsupport::FrameworkFixture;
 
     TEST_F(ServiceFactoryTest, ABundleScopeFactoryMakesOneObjectPerBundleUngetsItAfterTheLastPointerAndMayDeclareSingletonScope)
     {
@@ -110,7 +99,9 @@ namespace
         EXPECT_EQ(1, factory->made.load());
         EXPECT_EQ(0L, factory->lastBundle.load());
 
-        auto other = OtherBundleContext().GetService(ref);
+        auto user = Install(testbundles::Path("TestNoActivatorBundle"));
+        user.Start();
+        auto other = user.GetBundleContext().GetService(ref);
         EXPECT_EQ(2, factory->made.load());
         EXPECT_NE(first.get(), other.get());
 

@@ -16,9 +16,7 @@ using cppmicroservices::service::cm::ManagedServiceFactory;
 
 namespace
 {
-    class ConfigurationAdminActivatorTest : public ConfigurationAdminFixture
-    {
-    };
+    using ConfigurationAdminActivatorTest = ConfigurationAdminFixture;
 } // namespace
 
 TEST_F(ConfigurationAdminActivatorTest, StopWhileUpdatesAreInFlightReturnsAndDeliversNothingAfterwards)

@@ -27,9 +27,7 @@ namespace
         return pids;
     }
 
-    class ConfigurationAdminTest : public ConfigurationAdminFixture
-    {
-    };
+    using ConfigurationAdminTest = ConfigurationAdminFixture;
 } // namespace
 
 TEST_F(ConfigurationAdminTest, GetConfigurationCreatesOnceFactoryPidIsTheTextBeforeTheFirstTildeAndCreatedPidsAreNew)
