@@ -22,20 +22,11 @@ using cppmicroservices::cmimpl::ConfigurationFileParser;
 
 namespace
 {
+    // {"a": [[...0...]]}, depth levels deep.
     std::string
     Nested(int depth)
     {
-        std::string text = "{\"a\":";
-        for (int i = 1; i < depth; ++i)
-        {
-            text += "[";
-        }
-        text += "0";
-        for (int i = 1; i < depth; ++i)
-        {
-            text += "]";
-        }
-        return text + "}";
+        return "{\"a\":" + std::string(depth - 1, '[') + "0" + std::string(depth - 1, ']') + "}";
     }
 } // namespace
 
