@@ -63,13 +63,20 @@ namespace
     };
 } // namespace
 
-TEST_F(NotificationDispatcherTest, FactorySeesConfigurationsFromBeforeAndAfterItRegisteredOnOneDeliveryThread)
+// A factory sees the configurations from before and after it registered,
+// listeners hear each change before managed services do, and all of it comes
+// on one delivery thread.
+TEST_F(NotificationDispatcherTest, ListenersThenFactoriesHearEachChangeInOrderOnOneDeliveryThread)
 {
+    // The listener records into the factory's log: one list shows the order.
+    auto factory = std::make_shared<RecordingFactory>();
+    auto listener = std::make_shared<RecordingListener>(factory);
+    auto listenerRegistration = context.RegisterService<ConfigurationListener>(listener);
     admin->GetFactoryConfiguration("fp", "before")->Update(AnyMap{ { "n", 1 } });
     admin->GetFactoryConfiguration("fp", "never.updated");
     admin->GetFactoryConfiguration("other", "x")->Update(AnyMap{ { "n", 9 } });
+    ASSERT_TRUE(factory->WaitForCount(2));
 
-    auto factory = std::make_shared<RecordingFactory>();
     ServiceRegistration<ManagedServiceFactory> registration;
     std::thread::id registeringThread;
     std::thread(
@@ -79,41 +86,26 @@ TEST_F(NotificationDispatcherTest, FactorySeesConfigurationsFromBeforeAndAfterIt
             registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
         })
         .join();
-    ASSERT_TRUE(factory->WaitForCount(1));
 
-    auto after = admin->GetFactoryConfiguration("fp", "after");
-    ASSERT_TRUE(Ready(after->Update(AnyMap{ { "n", 2 } })));
-    ASSERT_TRUE(Ready(after->Remove()));
+    // Creating, or removing a configuration never updated, notifies nobody.
+    admin->CreateFactoryConfiguration("fp");
+    admin->GetFactoryConfiguration("fp", "unused")->Remove();
+    auto configuration = admin->GetFactoryConfiguration("fp", "a");
+    configuration->Update(AnyMap{ { "n", 2 } });
+    admin->GetConfiguration("plain")->Update(AnyMap{ { "n", 3 } });
+    ASSERT_TRUE(Ready(configuration->Remove()));
 
     auto const calls = factory->Calls();
-    EXPECT_EQ((std::vector<std::string>{ "updated fp~before 1", "updated fp~after 2", "removed fp~after" }), Texts(calls));
+    EXPECT_EQ((std::vector<std::string>{ "updated event fp~before (factory fp)", "updated event other~x (factory other)",
+                                         "updated fp~before 1", "updated event fp~a (factory fp)", "updated fp~a 2",
+                                         "updated event plain (factory )", "removed event fp~a (factory fp)", "removed fp~a" }),
+              Texts(calls));
     for (auto const& call : calls)
     {
         EXPECT_EQ(calls[0].thread, call.thread) << "all calls on one thread";
         EXPECT_NE(std::this_thread::get_id(), call.thread) << "not on the thread that updated";
         EXPECT_NE(registeringThread, call.thread) << "not on the thread of the framework's service events";
     }
-}
-
-TEST_F(NotificationDispatcherTest, ListenersHearEachChangeBeforeManagedServicesAndCreationNotifiesNobody)
-{
-    // The listener records into the factory's log: one list shows the order.
-    auto factory = std::make_shared<RecordingFactory>();
-    auto listener = std::make_shared<RecordingListener>(factory);
-    auto listenerRegistration = context.RegisterService<ConfigurationListener>(listener);
-    auto registration = Register<ManagedServiceFactory>(factory, std::string("fp"));
-
-    // Creating, or removing a configuration never updated, notifies nobody.
-    admin->CreateFactoryConfiguration("fp");
-    admin->GetFactoryConfiguration("fp", "unused")->Remove();
-    auto configuration = admin->GetFactoryConfiguration("fp", "a");
-    configuration->Update(AnyMap{ { "n", 1 } });
-    admin->GetConfiguration("plain")->Update(AnyMap{ { "n", 1 } });
-    ASSERT_TRUE(Ready(configuration->Remove()));
-
-    EXPECT_EQ((std::vector<std::string>{ "updated event fp~a (factory fp)", "updated fp~a 1", "updated event plain (factory )",
-                                         "removed event fp~a (factory fp)", "removed fp~a" }),
-              Texts(factory->Calls()));
     auto const adminReference = context.GetServiceReference<cppmicroservices::service::cm::ConfigurationAdmin>();
     for (auto const& reference : listener->references)
     {
