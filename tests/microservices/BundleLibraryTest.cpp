@@ -22,16 +22,14 @@ namespace
         Configuration() override
         {
             auto config = FrameworkFixture::Configuration();
-            std::function<bool(Bundle const&)> validate = [this](Bundle const& b)
-            { return b.GetSymbolicName() != refusedBundle; };
+            std::function<bool(Bundle const&)> validate = [](Bundle const& b)
+            { return b.GetSymbolicName() != "test_greeter"; };
             config.emplace(Constants::FRAMEWORK_BUNDLE_VALIDATION_FUNC, validate);
             return config;
         }
-
-        std::string refusedBundle = "none";
     };
 
-    TEST_F(BundleLibraryTest, LoadsOnceAndHandsTheLibraryItsContext)
+    TEST_F(BundleLibraryTest, LoadsOnceHandsTheLibraryItsContextAndAsksTheValidationFunction)
     {
         auto bundle = Install(testbundles::Path("TestNoActivatorBundle"));
         bundle.Start();
@@ -55,13 +53,10 @@ namespace
         BundleLibrary::Load(bundle);
         EXPECT_EQ(bundle.GetBundleId(), ownId()) << "the new activation's context was handed over";
         EXPECT_THROW(BundleLibrary::Load(Bundle()), std::logic_error);
-    }
 
-    TEST_F(BundleLibraryTest, TheValidationFunctionCanRefuseALibrary)
-    {
-        refusedBundle = "test_no_activator";
-        auto bundle = Install(testbundles::Path("TestNoActivatorBundle"));
-        bundle.Start();
-        EXPECT_THROW(BundleLibrary::Load(bundle), SharedLibraryException);
+        // The validation function refuses the greeter's library: its start fails.
+        auto refused = Install(testbundles::Path("TestGreeterBundle"));
+        EXPECT_THROW(refused.Start(), SharedLibraryException);
+        EXPECT_EQ(Bundle::STATE_RESOLVED, refused.GetState());
     }
 } // namespace
