@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "agent/core/container/ServiceContainer.h"
 #include "support/Barrier.h"
 
@@ -12,12 +13,8 @@ TEST(ContextTest, EmptyContextIsInvalidAndCannotRunWork) {
     Context empty;
     EXPECT_FALSE(empty.isValid());
     EXPECT_EQ(empty.getTransport(), nullptr);
-    try {
-        empty.getThreadPool().postWork([] {});
-        FAIL() << "work posted on an empty context";
-    } catch (const std::logic_error& e) {
-        EXPECT_STREQ(e.what(), "Context has no thread pool");
-    }
+    EXPECT_EQ(testsupport::ThrownText<std::logic_error>([&] { empty.getThreadPool().postWork([] {}); }),
+              "Context has no thread pool");
     empty.getThreadPool().wait();  // nothing to wait for
 }
 

@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "AgentTestSupport.h"
 #include "support/Gate.h"
 
@@ -160,12 +161,9 @@ TEST_F(TransportTest, ConnectRegistersEarlierHandlersAndAFailedOneNamesTheEndpoi
     containers[0]->getTransport()->registerHandler(address, echo);
     containers[0]->connectTransport(url_);
     EXPECT_EQ(outcome(call(address, "early")), "early");
-    try {
-        containers[1]->connectTransport("inproc://nobody-listens-here");
-        ADD_FAILURE() << "connected to nothing";
-    } catch (const std::runtime_error& e) {
-        EXPECT_STREQ(e.what(), "Cannot connect to the exchange at inproc://nobody-listens-here: Connection refused");
-    }
+    EXPECT_EQ(testsupport::ThrownText<std::runtime_error>(
+                  [&] { containers[1]->connectTransport("inproc://nobody-listens-here"); }),
+              "Cannot connect to the exchange at inproc://nobody-listens-here: Connection refused");
     EXPECT_EQ(outcome(containers[1]->getTransport()->sendRequest(Address(randomId()), text("x"))),
               "error: Not connected to an exchange");
 }

@@ -1,5 +1,5 @@
 #include "cppmicroservices/AnyMap.h"
-#include "Thrown.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 using cppmicroservices::Any;
 using cppmicroservices::any_cast;
 using cppmicroservices::AnyMap;
-using testbundles::ThrownText;
+using testsupport::ThrownText;
 
 namespace
 {

@@ -1,6 +1,6 @@
 #include "cppmicroservices/Any.h"
 #include "cppmicroservices/AnyMap.h"
-#include "Thrown.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -52,10 +52,10 @@ namespace
         EXPECT_EQ(any_cast<long>(&a), nullptr);
         EXPECT_EQ(any_cast<int>(static_cast<Any*>(nullptr)), nullptr);
         EXPECT_THROW(any_cast<double>(Any(1.0f)), BadAnyCastException);
-        EXPECT_EQ(testbundles::ThrownText<BadAnyCastException>([&] { any_cast<long>(a); }),
+        EXPECT_EQ(testsupport::ThrownText<BadAnyCastException>([&] { any_cast<long>(a); }),
                   "cppmicroservices::BadAnyCastException: any_cast: Failed to convert from cppmicroservices::Any "
                   "type int to target type long");
-        EXPECT_EQ(testbundles::ThrownText<BadAnyCastException>([] { ref_any_cast<int>(Any()); }),
+        EXPECT_EQ(testsupport::ThrownText<BadAnyCastException>([] { ref_any_cast<int>(Any()); }),
                   "cppmicroservices::BadAnyCastException: ref_any_cast: Failed to convert from "
                   "cppmicroservices::Any type void to target type int");
 
@@ -64,7 +64,7 @@ namespace
         ref_any_cast<int>(copy) = 7;
         EXPECT_EQ(any_cast<int>(a), 42);
         EXPECT_EQ(any_cast<int>(copy), 7);
-        EXPECT_EQ(testbundles::ThrownText<std::logic_error>([] { Any().ToString(); }), "empty any");
+        EXPECT_EQ(testsupport::ThrownText<std::logic_error>([] { Any().ToString(); }), "empty any");
     }
 
     TEST(AnyTest, EqualityFollowsTypeAndValue)

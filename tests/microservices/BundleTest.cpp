@@ -3,7 +3,7 @@
 
 #include "Greeter.h"
 #include "TestBundles.h"
-#include "Thrown.h"
+#include "support/Thrown.h"
 #include "support/FrameworkFixture.h"
 
 #include "framework/CoreBundleContext.h"
@@ -121,7 +121,7 @@ namespace
 
         EXPECT_EQ("Bundle test_throwing_activator (location=" + testbundles::Path("TestThrowingActivatorBundle")
                       + ") start failed: activator refused to start",
-                  testbundles::ThrownText<std::runtime_error>([&] { bundle.Start(); }));
+                  testsupport::ThrownText<std::runtime_error>([&] { bundle.Start(); }));
         EXPECT_EQ(Bundle::STATE_RESOLVED, bundle.GetState());
         EXPECT_TRUE(context.GetServiceReferences<test::Greeter>().empty());
         EXPECT_EQ(listenersBefore, ServiceListenerCount()) << "its listener was removed";
@@ -215,7 +215,7 @@ namespace
             {
                 if (e.GetType() == BundleEvent::BUNDLE_STARTING)
                 {
-                    error = testbundles::ThrownText<std::logic_error>([&] { e.GetBundle().Stop(); });
+                    error = testsupport::ThrownText<std::logic_error>([&] { e.GetBundle().Stop(); });
                 }
             });
         bundle.Start();

@@ -1,5 +1,5 @@
 #include "cppmicroservices/BundleVersion.h"
-#include "Thrown.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -43,7 +43,7 @@ namespace
                  { "99999999999", "Invalid version \"99999999999\": bad number \"99999999999\"" },
              })
         {
-            EXPECT_EQ(c.message, testbundles::ThrownText<std::invalid_argument>([&] { BundleVersion::ParseVersion(c.text); }))
+            EXPECT_EQ(c.message, testsupport::ThrownText<std::invalid_argument>([&] { BundleVersion::ParseVersion(c.text); }))
                 << c.text;
         }
     }

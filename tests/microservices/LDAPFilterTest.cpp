@@ -1,6 +1,6 @@
 #include "cppmicroservices/LDAPFilter.h"
 #include "cppmicroservices/LDAPProp.h"
-#include "Thrown.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -211,7 +211,7 @@ namespace
         using MatchFn = bool (LDAPFilter::*)(AnyMap const&) const;
         for (MatchFn match : { MatchFn(&LDAPFilter::Match), MatchFn(&LDAPFilter::MatchCase) })
         {
-            auto const text = testbundles::ThrownText<std::runtime_error>([&] { (LDAPFilter("(other=1)").*match)(props); });
+            auto const text = testsupport::ThrownText<std::runtime_error>([&] { (LDAPFilter("(other=1)").*match)(props); });
             EXPECT_TRUE(text == "Properties contain case variants of the key: Key"
                         || text == "Properties contain case variants of the key: KEY")
                 << text;
@@ -267,7 +267,7 @@ namespace
         };
         for (auto const& row : rows)
         {
-            EXPECT_EQ(testbundles::ThrownText<std::invalid_argument>([&] { LDAPFilter{ row.filter }; }), row.error)
+            EXPECT_EQ(testsupport::ThrownText<std::invalid_argument>([&] { LDAPFilter{ row.filter }; }), row.error)
                 << row.filter;
         }
     }

@@ -2,7 +2,7 @@
 // header conversion, and every way a file can fail to be a bundle.
 
 #include "TestBundles.h"
-#include "Thrown.h"
+#include "support/Thrown.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/Constants.h"
@@ -14,7 +14,7 @@
 #include <iterator>
 
 using namespace cppmicroservices;
-using testbundles::ThrownText;
+using testsupport::ThrownText;
 
 namespace
 {

@@ -3,7 +3,7 @@
 
 #include "RunConcurrently.h"
 #include "TestBundles.h"
-#include "Thrown.h"
+#include "support/Thrown.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/Constants.h"
@@ -217,7 +217,7 @@ namespace
             ASSERT_EQ(1u, events.size()) << c.name;
             EXPECT_EQ(FrameworkEvent::FRAMEWORK_ERROR, events[0].GetType());
             EXPECT_NE(std::string::npos, events[0].GetMessage().find(c.message)) << events[0].GetMessage();
-            auto const thrown = testbundles::Thrown<ServiceException>([&] { std::rethrow_exception(events[0].GetThrowable()); });
+            auto const thrown = testsupport::Thrown<ServiceException>([&] { std::rethrow_exception(events[0].GetThrowable()); });
             EXPECT_EQ(c.type, thrown.value().GetType()) << c.name;
             EXPECT_TRUE(reg.GetReference().GetUsingBundles().empty()) << c.name << ": a failed get is no use";
             context.RemoveListener(std::move(token));
@@ -243,7 +243,7 @@ namespace
         ASSERT_TRUE(outer);
         EXPECT_EQ(nullptr, inner);
         ASSERT_EQ(1u, errors->Events().size());
-        auto const thrown = testbundles::Thrown<ServiceException>([&] { std::rethrow_exception(errors->Events()[0].GetThrowable()); });
+        auto const thrown = testsupport::Thrown<ServiceException>([&] { std::rethrow_exception(errors->Events()[0].GetThrowable()); });
         EXPECT_EQ(ServiceException::FACTORY_RECURSION, thrown.value().GetType());
     }
 

@@ -2,7 +2,7 @@
 // order, on which thread, and what happens when a listener misbehaves.
 
 #include "TestBundles.h"
-#include "Thrown.h"
+#include "support/Thrown.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/Constants.h"
@@ -111,7 +111,7 @@ namespace
         EXPECT_EQ("Service listener in system_bundle threw an exception!", events[0].GetMessage());
         EXPECT_EQ(0, events[0].GetBundle().GetBundleId());
         EXPECT_EQ("listener broke",
-                  testbundles::ThrownText<std::runtime_error>([&] { std::rethrow_exception(events[0].GetThrowable()); }));
+                  testsupport::ThrownText<std::runtime_error>([&] { std::rethrow_exception(events[0].GetThrowable()); }));
 
         // Removed listeners hear nothing more; an invalid token is ignored.
         context.RemoveListener(std::move(t1));

@@ -2,7 +2,7 @@
 // and the life of references and registrations.
 
 #include "RunConcurrently.h"
-#include "Thrown.h"
+#include "support/Thrown.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/BundleContext.h"
@@ -217,7 +217,7 @@ namespace
         EXPECT_FALSE(ref.GetBundle());
         EXPECT_EQ("red", any_cast<std::string>(ref.GetProperty("color"))) << "properties outlive the registration";
         EXPECT_EQ(nullptr, context.GetService(ServiceReference<Foo>(ref)));
-        EXPECT_EQ("Service is unregistered", testbundles::ThrownText<std::logic_error>([&] { reg.Unregister(); }));
+        EXPECT_EQ("Service is unregistered", testsupport::ThrownText<std::logic_error>([&] { reg.Unregister(); }));
         EXPECT_THROW(reg.SetProperties({}), std::logic_error);
         EXPECT_THROW(reg.GetReference(), std::logic_error);
         EXPECT_THROW(ServiceRegistrationU().Unregister(), std::logic_error);

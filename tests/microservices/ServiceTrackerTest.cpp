@@ -8,7 +8,7 @@
 #include "cppmicroservices/ServiceTracker.h"
 #include "support/FrameworkFixture.h"
 #include "RunConcurrently.h"
-#include "Thrown.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -152,7 +152,7 @@ namespace
         ServiceTracker<Clock> tracker(context);
         tracker.Open();
         EXPECT_EQ("No service is being tracked",
-                  testbundles::ThrownText<ServiceException>([&] { tracker.GetServiceReference(); }));
+                  testsupport::ThrownText<ServiceException>([&] { tracker.GetServiceReference(); }));
 
         auto first = registerClock("first");
         auto second = registerClock("second");

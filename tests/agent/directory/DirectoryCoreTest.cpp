@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "agent/directory/DirectoryCore.h"
 #include "agent/directory/NamePattern.h"
 
@@ -82,13 +83,8 @@ TEST(DirectoryCoreTest, ListsItselfAndRefusesItsOwnRemovalAndNamelessDuplicateAn
     EXPECT_THROW(directory.deregisterInstance(self.getUUID()), std::invalid_argument);
     auto a = instance("KeyValue");
     directory.registerInstance(a);
-    try {
-        directory.registerInstance(a);
-        FAIL();
-    } catch (const std::invalid_argument& e) {
-        EXPECT_EQ(std::string(e.what()), "Service instance " + boost::uuids::to_string(a.instance) +
-                                             " is already registered");
-    }
+    EXPECT_EQ(testsupport::ThrownText<std::invalid_argument>([&] { directory.registerInstance(a); }),
+              "Service instance " + boost::uuids::to_string(a.instance) + " is already registered");
     auto nameless = instance("");
     EXPECT_THROW(directory.registerInstance(nameless), std::invalid_argument);
     auto nil = instance("X");

@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "agent/directory/DirectoryCore.h"
 #include "agent/directory/DirectoryServiceClient.h"
 
@@ -136,12 +137,8 @@ TEST_F(DirectoryServiceClientTest, AnUnreachableDirectoryIsAClearErrorWithinTheT
              [&] { lonely.lookupServiceInstance(randomId(), APIVersion(0)); },
              [&] { lonely.registerForCallbacks([](const ServiceNotification&) {},
                                                DirectoryServiceClient::OnlyNewChanges, boost::none, boost::none); }}) {
-        try {
-            call();
-            ADD_FAILURE() << "a call without a directory succeeded";
-        } catch (const std::runtime_error& e) {
-            EXPECT_EQ(std::string(e.what()).rfind("Directory service request failed: ", 0), 0u) << e.what();
-        }
+        const auto failure = testsupport::ThrownText<std::runtime_error>(call);
+        EXPECT_EQ(failure.rfind("Directory service request failed: ", 0), 0u) << failure;
     }
 }
 
@@ -150,18 +147,10 @@ TEST_F(DirectoryServiceClientTest, AMalformedRequestIsRefusedAndTheDirectoryServ
     auto reply = containers_.back()->getTransport()->sendRequest(core::transport::getWellKnowAddressFor(1),
                                                                  Message(std::string_view("junk")));
     ASSERT_EQ(reply.wait_until(deadline()), std::future_status::ready);
-    try {
-        reply.get();
-        ADD_FAILURE() << "junk was accepted";
-    } catch (const std::runtime_error& e) {
-        EXPECT_STREQ(e.what(), "Directory message has version 106; this directory speaks version 1");
-    }
-    try {
-        consumer.registerServiceInstance(instance(""));
-        ADD_FAILURE() << "a nameless instance was accepted";
-    } catch (const std::runtime_error& e) {
-        EXPECT_STREQ(e.what(), "Directory service request failed: Service instance needs a name");
-    }
+    EXPECT_EQ(testsupport::ThrownText<std::runtime_error>([&] { reply.get(); }),
+              "Directory message has version 106; this directory speaks version 1");
+    EXPECT_EQ(testsupport::ThrownText<std::runtime_error>([&] { consumer.registerServiceInstance(instance("")); }),
+              "Directory service request failed: Service instance needs a name");
     EXPECT_EQ(consumer.queryDirectoryForServiceUUIDs("*").size(), 1u);
 }
 

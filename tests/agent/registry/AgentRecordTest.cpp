@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "control/AgentRecord.h"
 
 #include <gtest/gtest.h>
@@ -67,12 +68,8 @@ TEST(AgentRecordTest, MalformedRecordsAreRefusedWithTheirReason) {
          "Agent record needs a registration time"},
     };
     for (const auto& row : rows) {
-        try {
-            AgentRecord::parse(row.text);
-            ADD_FAILURE() << "accepted " << row.text;
-        } catch (const std::invalid_argument& e) {
-            EXPECT_STREQ(e.what(), row.error) << row.text;
-        }
+        EXPECT_EQ(testsupport::ThrownText<std::invalid_argument>([&] { AgentRecord::parse(row.text); }), row.error)
+            << row.text;
     }
 }
 

@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "agent/control/AgentRegistration.h"
 #include "agent/control/AgentRegistry.h"
 
@@ -128,12 +129,9 @@ TEST_F(AgentRegistryTest, RegistrationRefusesIncompleteInfoAndARootItCannotCreat
         {AgentInfo("x", "inproc://x", -3, AgentMode::KorvexDrive), "Agent needs a positive process ID"},
     };
     for (const auto& row : rows) {
-        try {
-            AgentRegistration registration(scratch_.path(), row.info);
-            ADD_FAILURE() << "accepted " << row.error;
-        } catch (const std::invalid_argument& e) {
-            EXPECT_STREQ(e.what(), row.error);
-        }
+        EXPECT_EQ(testsupport::ThrownText<std::invalid_argument>(
+                      [&] { AgentRegistration registration(scratch_.path(), row.info); }),
+                  row.error);
     }
     EXPECT_TRUE(std::filesystem::is_empty(scratch_.path()));
     writeFile(scratch_.path() / "blocker", "x");

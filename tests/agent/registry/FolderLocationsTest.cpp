@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "agent/utils/FolderLocations.h"
 #include "korvexconnector/serviceprocess/DesktopServicesRealm.h"
 #include "korvexconnector/serviceprocess/FolderLocations.h"
@@ -51,14 +52,7 @@ TEST(FolderLocationsTest, LockRootsFollowOverridesThenRuntimeThenHomeThenTemp) {
 }
 
 TEST(FolderLocationsTest, BadOverridesAndRealmNamesAreRefused) {
-    auto error = [](auto&& make) -> std::string {
-        try {
-            make();
-        } catch (const std::invalid_argument& e) {
-            return e.what();
-        }
-        return "accepted";
-    };
+    const auto error = [](auto&& make) { return testsupport::ThrownText<std::invalid_argument>(make); };
     EXPECT_EQ(error([] { FolderLocations(std::u16string()); }), "User storage root override is empty");
     EXPECT_EQ(error([] { FolderLocations(std::u16string(u"/a\xD800")); }), "Unpaired high surrogate at unit offset 2");
     EXPECT_EQ(error([] { ConnectorLocations(std::u16string(), boost::none, "r"); }),

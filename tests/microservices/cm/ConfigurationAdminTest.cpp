@@ -2,7 +2,7 @@
 // framework with the real bundle: PIDs, change counts, removal and listing.
 
 #include "CmTestSupport.h"
-#include "microservices/Thrown.h"
+#include "support/Thrown.h"
 
 #include <regex>
 #include <set>
@@ -116,7 +116,7 @@ TEST_F(ConfigurationAdminTest, EveryMemberThrowsOnceRemovedAndThePidStartsAfresh
     EXPECT_THROW(configuration->UpdateIfDifferent(), std::runtime_error);
     EXPECT_THROW(configuration->Remove(), std::runtime_error);
     EXPECT_EQ("Configuration gone has been removed",
-              testbundles::ThrownText<std::runtime_error>([&] { configuration->GetProperties(); }));
+              testsupport::ThrownText<std::runtime_error>([&] { configuration->GetProperties(); }));
 
     auto again = admin->GetConfiguration("gone");
     EXPECT_NE(configuration, again);

@@ -3,7 +3,7 @@
 
 #include "ConfigurationFileName.h"
 #include "ConfigurationFileParser.h"
-#include "microservices/Thrown.h"
+#include "support/Thrown.h"
 
 #include "cppmicroservices/Any.h"
 
@@ -49,7 +49,7 @@ TEST(ConfigurationFileParserTest, MalformedInputsAreRefusedWithExactTexts)
     };
     for (auto const& row : rows)
     {
-        EXPECT_EQ(row.error, testbundles::ThrownText<std::runtime_error>([&] { ConfigurationFileParser::Parse(row.input); }))
+        EXPECT_EQ(row.error, testsupport::ThrownText<std::runtime_error>([&] { ConfigurationFileParser::Parse(row.input); }))
             << "line " << row.line;
     }
 }

@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "agent/spf/core/MethodSignature.h"
 
 #include "foundation/log/CaptureSink.h"
@@ -75,12 +76,8 @@ TEST(MethodSignatureTest, MalformedTextsAreRefusedWithWhatAndWhere) {
         {deep, "types nested more than 32 deep at offset 199"},
     };
     for (const auto& [text, what] : rows) {
-        try {
-            MethodSignature::parse(text);
-            ADD_FAILURE() << "accepted: " << text;
-        } catch (const std::invalid_argument& e) {
-            EXPECT_EQ(std::string(e.what()), "Malformed method signature '" + text + "': " + what);
-        }
+        EXPECT_EQ(testsupport::ThrownText<std::invalid_argument>([&] { MethodSignature::parse(text); }),
+                  "Malformed method signature '" + text + "': " + what);
     }
 }
 

@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "agent/spf/externalprocessdiscovery/FixedUserStorageRootOverride.h"
 
 #include <gtest/gtest.h>
@@ -12,12 +13,8 @@ namespace {
 TEST(UserStorageRootOverrideTest, EmptyOverridesAreRefused) {
     using Overrides = std::pair<boost::optional<std::u16string>, boost::optional<std::u16string>>;
     for (const auto& [root, lock] : {Overrides{std::u16string(), boost::none}, {std::u16string(u"/x"), std::u16string()}}) {
-        try {
-            FixedUserStorageRootOverride override(root, lock);
-            ADD_FAILURE() << "an empty override was accepted";
-        } catch (const std::invalid_argument& e) {
-            EXPECT_STREQ(e.what(), "User storage root override is empty");
-        }
+        EXPECT_EQ(testsupport::ThrownText<std::invalid_argument>([&] { FixedUserStorageRootOverride override(root, lock); }),
+                  "User storage root override is empty");
     }
 }
 

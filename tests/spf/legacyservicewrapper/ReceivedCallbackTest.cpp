@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "agent/spf/legacyservicewrapper/ReceivedCallbacks.h"
 
 #include "support/Barrier.h"
@@ -142,12 +143,7 @@ TEST_F(ReceivedCallbackTest, FailuresReachTheServiceWithTheirTexts) {
     };
     for (const auto& [callback, call, failure] : rows) {
         ReceivedCallback received(*serviceContainer_->getTransport(), bridge(callback), kCatalogue);
-        try {
-            call(received);
-            ADD_FAILURE() << "no failure; expected: " << failure;
-        } catch (const std::runtime_error& e) {
-            EXPECT_EQ(e.what(), failure);
-        }
+        EXPECT_EQ(testsupport::ThrownText<std::runtime_error>([&] { call(received); }), failure);
     }
 }
 

@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "agent/spf/threadpoolprovider/ExecutorThreadPoolProvider.h"
 
 #include "support/WaitFor.h"
@@ -36,12 +37,9 @@ TEST(ExecutorThreadPoolProviderTest, ShutDownStopsRunningWorkWaitsForItAndRefuse
         std::shared_lock<std::shared_mutex> lock(executor->shutdownMutex());
         EXPECT_TRUE(executor->isShutDown());
     }
-    try {
-        executor->postWork(boost::uuids::random_generator()(), [](stop_token) {}, false);
-        ADD_FAILURE() << "a shut-down executor accepted work";
-    } catch (const std::runtime_error& e) {
-        EXPECT_STREQ(e.what(), "Executor is shut down");
-    }
+    EXPECT_EQ(testsupport::ThrownText<std::runtime_error>(
+                  [&] { executor->postWork(boost::uuids::random_generator()(), [](stop_token) {}, false); }),
+              "Executor is shut down");
     provider.shutDown();  // idempotent
 }
 

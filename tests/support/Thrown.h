@@ -1,10 +1,10 @@
-#ifndef TESTS_MICROSERVICES_THROWN_H
-#define TESTS_MICROSERVICES_THROWN_H
+#ifndef TESTS_SUPPORT_THROWN_H
+#define TESTS_SUPPORT_THROWN_H
 
 #include <optional>
 #include <string>
 
-namespace testbundles
+namespace testsupport
 {
     // What body() throws as an E, or nothing when it returns; an exception
     // of another type propagates and fails the test.
@@ -38,6 +38,6 @@ namespace testbundles
         }
         return "no exception";
     }
-} // namespace testbundles
+} // namespace testsupport
 
-#endif // TESTS_MICROSERVICES_THROWN_H
+#endif // TESTS_SUPPORT_THROWN_H
