@@ -1,7 +1,7 @@
 #pragma once
 
-// Helpers for the foundation tests: bounded waits, a counter to wait on, a barrier, threads
-// released at once and a meter of how much runs at once.
+// Helpers for the foundation tests: a deadline, a counter to wait on, a barrier, threads released
+// at once and a meter of how much runs at once; tests/support/WaitFor.h polls a condition.
 
 #include <atomic>
 #include <chrono>
@@ -16,17 +16,6 @@ namespace foundation::testing {
 // Generous: a deadline only exists so that a fault fails the test instead of hanging it.
 inline std::chrono::steady_clock::time_point deadline(std::chrono::milliseconds in = std::chrono::seconds(20)) {
     return std::chrono::steady_clock::now() + in;
-}
-
-// Bounded wait for a condition that only a background thread can make true.
-template <class Condition>
-bool eventually(Condition condition) {
-    for (const auto until = deadline(); !condition(); std::this_thread::yield()) {
-        if (std::chrono::steady_clock::now() > until) {
-            return false;
-        }
-    }
-    return true;
 }
 
 // A counter others can wait on; as a gate, open() is its first increment.

@@ -6,18 +6,21 @@
 #include "foundation/log/CaptureSink.h"
 
 #include "ConcurrencyTestSupport.h"
+#include "support/Thrown.h"
+#include "support/WaitFor.h"
 
 #include <boost/uuid/random_generator.hpp>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <exception>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
 
 namespace tp = foundation::concurrent::threadpool;
 using namespace foundation::testing;
+using testsupport::WaitFor;
+using testsupport::ThrownText;
 using Work = std::function<void()>;
 
 namespace {
@@ -49,7 +52,7 @@ TEST(ExecutorTest, ShutDownWithQueuedWorkRunsEachItemHighPriorityFirstWithStopRe
     }
     std::thread stopper([&] { executor.shutDown(); });
     for (const auto& handle : handles) {  // shutDown requests the stops before it waits
-        EXPECT_TRUE(eventually([token = handle->getStopToken()] { return token.stop_requested(); }));
+        EXPECT_TRUE(WaitFor([token = handle->getStopToken()] { return token.stop_requested(); }));
         EXPECT_FALSE(handle->isFinished());
     }
     gate.open();
@@ -91,7 +94,7 @@ TEST(ExecutorTest, WaitingUnderTheSharedLockDoesNotDeadlockAgainstShutDown) {
     Counter started, waiting;
     auto handle = executor.postWork(group, [&](tp::stop_token token) {
         started.open();
-        eventually([&] { return token.stop_requested(); });
+        WaitFor([&] { return token.stop_requested(); });
     }, false);
     ASSERT_TRUE(started.wait());
     std::thread waiter([&] {
@@ -155,50 +158,25 @@ TEST(WorkFailureTest, ThrowingWorkIsLoggedAndTheWorkAfterItRuns) {
     }
 }
 
-// Runs `misuse` and returns the text of what it threw, here or (through `thrown`) on a worker.
-template <class Error>
-std::string refusal(const std::function<void(std::exception_ptr&)>& misuse) {
-    std::exception_ptr thrown;
-    try {
-        misuse(thrown);
-        if (thrown) {
-            std::rethrow_exception(thrown);
-        }
-    } catch (const Error& e) {
-        return e.what();
-    }
-    return "accepted";
-}
-
+// A wait that would wait for itself is refused on the worker, where the text is kept.
 TEST(WorkFailureTest, MisuseIsRefusedWithItsReason) {
     tp::ThreadPool pool;
     tp::Executor executor;
     tp::ConcurrencyLimitedExecutor facade(pool, 2), other(pool, 1);
-    EXPECT_EQ(refusal<std::logic_error>([&](std::exception_ptr& thrown) {
-                  const auto group = newGroup();
-                  executor.postWork(group, [&](tp::stop_token) {
-                      try {
-                          executor.waitForTaskGroups({group});
-                      } catch (...) {
-                          thrown = std::current_exception();
-                      }
-                  }, false)->wait();
-              }),
-              "Executor::waitForTaskGroups called from a task of a group it waits for");
-    EXPECT_EQ(refusal<std::logic_error>([&](std::exception_ptr& thrown) {
-                  facade.postWork([&] {
-                      other.wait();  // another facade's wait is fine
-                      try {
-                          facade.wait();
-                      } catch (...) {
-                          thrown = std::current_exception();
-                      }
-                  });
-                  facade.wait();
-              }),
-              "ConcurrencyLimitedExecutor::wait called from one of its own work items");
+    const auto group = newGroup();
+    std::string ownGroup, ownFacade;
+    executor.postWork(group, [&](tp::stop_token) {
+        ownGroup = ThrownText<std::logic_error>([&] { executor.waitForTaskGroups({group}); });
+    }, false)->wait();
+    EXPECT_EQ(ownGroup, "Executor::waitForTaskGroups called from a task of a group it waits for");
+    facade.postWork([&] {
+        other.wait();  // another facade's wait is fine
+        ownFacade = ThrownText<std::logic_error>([&] { facade.wait(); });
+    });
+    facade.wait();
+    EXPECT_EQ(ownFacade, "ConcurrencyLimitedExecutor::wait called from one of its own work items");
     pool.shutDown();
-    EXPECT_EQ(refusal<std::runtime_error>([&](auto&) { facade.postWork([] {}); }), "Thread pool is shut down");
+    EXPECT_EQ(ThrownText<std::runtime_error>([&] { facade.postWork([] {}); }), "Thread pool is shut down");
     EXPECT_EQ(facade.pendingCount(), 0u);
     facade.wait();  // nothing was left queued to wait for
 }

@@ -4,6 +4,8 @@
 #include "foundation/concurrent/threadpool/ThreadPool.h"
 
 #include "ConcurrencyTestSupport.h"
+#include "support/Thrown.h"
+#include "support/WaitFor.h"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +17,7 @@
 
 using namespace foundation::concurrent::threadpool;
 using namespace foundation::testing;
+using testsupport::WaitFor;
 
 namespace {
 
@@ -66,7 +69,7 @@ TEST(ThreadPoolTest, IdleWorkersAreReusedAndAnUnlimitedPoolGrowsThenRetiresWorke
     pool.setIdleTimeout(std::chrono::milliseconds(20));
     Counter done;
     for (int i = 1; i <= 20; ++i) {  // the idle worker takes the next task; no thread is started for it
-        ASSERT_TRUE(eventually([&] { return pool.idleThreadCount() == pool.threadCount(); }));
+        ASSERT_TRUE(WaitFor([&] { return pool.idleThreadCount() == pool.threadCount(); }));
         pool.post([&] { done.increment(); });
         ASSERT_TRUE(done.waitFor(i));
     }
@@ -76,7 +79,7 @@ TEST(ThreadPoolTest, IdleWorkersAreReusedAndAnUnlimitedPoolGrowsThenRetiresWorke
         pool.post([&] { allRunning.arriveAndWait() ? done.increment() : void(); });
     }
     ASSERT_TRUE(done.waitFor(26));
-    EXPECT_TRUE(eventually([&] { return pool.threadCount() == ThreadPool::kCoreThreads; })) << pool.threadCount();
+    EXPECT_TRUE(WaitFor([&] { return pool.threadCount() == ThreadPool::kCoreThreads; })) << pool.threadCount();
 }
 
 TEST(ThreadPoolTest, ConcurrentShutDownsRunTheQueuedTasksRefuseNewOnesAndReturnAfterTheJoin) {
@@ -93,13 +96,8 @@ TEST(ThreadPoolTest, ConcurrentShutDownsRunTheQueuedTasksRefuseNewOnesAndReturnA
             EXPECT_EQ(ran.load(), 6) << "returned before the workers were joined";
             return;
         }
-        EXPECT_TRUE(eventually([&] { return pool.isShutDown(); }));
-        try {
-            pool.post([] {});
-            ADD_FAILURE() << "no exception";
-        } catch (const std::runtime_error& e) {
-            EXPECT_STREQ(e.what(), "Thread pool is shut down");
-        }
+        EXPECT_TRUE(WaitFor([&] { return pool.isShutDown(); }));
+        EXPECT_EQ(testsupport::ThrownText<std::runtime_error>([&] { pool.post([] {}); }), "Thread pool is shut down");
         gate.open();
     });
     EXPECT_EQ(pool.threadCount(), 0u);

@@ -1,5 +1,7 @@
 #include "foundation/text/Utf.h"
 
+#include "support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -7,6 +9,7 @@
 
 using foundation::text::toUtf16;
 using foundation::text::toUtf8;
+using testsupport::ThrownText;
 
 namespace {
 
@@ -37,20 +40,8 @@ TEST(UtfTest, ValidTextConvertsBothWays) {
     EXPECT_EQ(toUtf16(toUtf8(all)), all);
 }
 
-template <class Text, class Convert>
-void expectRefusals(Convert convert, const std::initializer_list<std::pair<Text, const char*>>& rows) {
-    for (const auto& [input, error] : rows) {
-        try {
-            convert(input);
-            ADD_FAILURE() << "no exception for: " << error;
-        } catch (const std::invalid_argument& e) {
-            EXPECT_STREQ(e.what(), error);
-        }
-    }
-}
-
 TEST(UtfTest, MalformedTextIsRefusedNamingTheOffset) {
-    expectRefusals<std::string>([](const std::string& s) { return toUtf16(s); }, {
+    const std::pair<std::string, const char*> utf8[] = {
         {"\x80", "Invalid UTF-8 lead byte at byte offset 0"},
         {"ab\xBF", "Invalid UTF-8 lead byte at byte offset 2"},
         {"\xF8\x88\x80\x80\x80", "Invalid UTF-8 lead byte at byte offset 0"},
@@ -63,14 +54,20 @@ TEST(UtfTest, MalformedTextIsRefusedNamingTheOffset) {
         {"\xED\xA0\x80", "UTF-8 encodes a surrogate at byte offset 0"},
         {"z\xED\xBF\xBF", "UTF-8 encodes a surrogate at byte offset 1"},
         {"\xF4\x90\x80\x80", "UTF-8 code point above 0x10FFFF at byte offset 0"},
-    });
-    expectRefusals<std::u16string>([](const std::u16string& s) { return toUtf8(s); }, {
+    };
+    for (const auto& [input, error] : utf8) {
+        EXPECT_EQ(ThrownText<std::invalid_argument>([&] { toUtf16(input); }), error);
+    }
+    const std::pair<std::u16string, const char*> utf16[] = {
         {std::u16string(u"ab") + char16_t(0xDBFF), "Unpaired high surrogate at unit offset 2"},
         {std::u16string{char16_t(0xD83D), char16_t(0xD83D), char16_t(0xDE00)},
          "Unpaired high surrogate at unit offset 0"},
         {std::u16string(1, char16_t(0xDC00)), "Unpaired low surrogate at unit offset 0"},
         {std::u16string{u'a', char16_t(0xDE00), char16_t(0xD83D)}, "Unpaired low surrogate at unit offset 1"},
-    });
+    };
+    for (const auto& [input, error] : utf16) {
+        EXPECT_EQ(ThrownText<std::invalid_argument>([&] { toUtf8(input); }), error);
+    }
 }
 
 }  // namespace
