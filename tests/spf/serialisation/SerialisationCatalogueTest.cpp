@@ -2,6 +2,7 @@
 #include "agent/spf/serialisation/avro/Avro.h"
 
 #include "support/Barrier.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -39,15 +40,6 @@ GenericPayload deserialise(const SerialisationCatalogue& catalogue, std::type_in
     NonOwningByteBufferViewIStreambuf buffer(bytes);
     std::istream in(&buffer);
     return catalogue.getDeserialiser(avroContentType, type)(in);
-}
-
-std::string failureOf(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const std::exception& e) {
-        return e.what();
-    }
-    return "no failure";
 }
 
 // Every Avro type crosses the catalogue both ways end to end, and a request part larger than a
@@ -89,7 +81,7 @@ TEST(SerialisationCatalogueTest, RefusalsAndAnEncodersFailureNameWhatIsWrong) {
          "Attempt to invoke an invalid deserialiser - no deserialising function set"},
         {[&] { bad[0].nextChunk(); }, "negative values are not written"},
     };
-    for (const auto& [request, text] : rows) EXPECT_EQ(text, failureOf(request));
+    for (const auto& [request, text] : rows) EXPECT_EQ(text, testsupport::ThrownText<std::exception>(request));
     EXPECT_EQ(1, args.get<std::int32_t>(0)) << "a refusal leaves the arguments whole";
     EXPECT_EQ(0u, bad[0].nextChunk().size) << "a failed serialiser has nothing more";
     EXPECT_TRUE(createSerialisersFor(GenericPayload(), catalogue, avroContentType).empty());

@@ -3,6 +3,8 @@
 #include "agent/spf/streambuf/StreamBuffer.h"
 #include "agent/spf/streambuf/StreamRequest.h"
 
+#include "support/Thrown.h"
+
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -13,6 +15,7 @@ namespace {
 
 using agent::core::transport::Message;
 using namespace agent::spf::streambuf;
+using testsupport::ThrownText;
 
 struct Refusal {
     const char* name;
@@ -40,12 +43,8 @@ TEST(StreamBufferTest, EachRequestTheStreamCannotServeIsRefusedWithItsText) {
         for (const auto& request : refusal.before) {
             device->serve(request);
         }
-        try {
-            device->serve(refusal.request);
-            ADD_FAILURE() << refusal.name << " was served";
-        } catch (const std::runtime_error& e) {
-            EXPECT_STREQ(refusal.text, e.what()) << refusal.name;
-        }
+        EXPECT_EQ(refusal.text, ThrownText<std::runtime_error>([&] { device->serve(refusal.request); }))
+            << refusal.name;
     }
 }
 
