@@ -57,10 +57,10 @@ struct CorruptInput {
 
 }  // namespace
 
+// Every strict prefix of a value is refused in AvroOracleTest; here one truncation per way of reading.
 TEST(AvroDecoderTest, CorruptInputFailsWithItsExactText) {
     using IntArray = std::vector<std::int32_t>;
     const std::vector<CorruptInput> table = {
-        {"empty input", as<std::int32_t>(), "", "Avro data truncated"},
         {"varint cut after a continuation byte", as<std::int32_t>(), "80", "Avro data truncated"},
         {"int beyond 32 bits", as<std::int32_t>(), "ffffffff7f", "Avro int out of range"},
         {"int varint of six bytes", as<std::int32_t>(), "808080808001", "Avro varint too long"},
@@ -68,7 +68,6 @@ TEST(AvroDecoderTest, CorruptInputFailsWithItsExactText) {
         {"long whose tenth byte overflows", as<std::int64_t>(), "ffffffffffffffffff7f", "Avro varint too long"},
         {"boolean neither 0 nor 1", as<bool>(), "02", "Invalid Avro boolean 2"},
         {"float of three bytes", as<float>(), "0000c0", "Avro data truncated"},
-        {"double of seven bytes", as<double>(), "00000000000000", "Avro data truncated"},
         {"string longer than the input", as<std::string>(), "066162", "Avro length beyond the remaining input 3"},
         {"string of negative length", as<std::string>(), "01", "Negative Avro length -1"},
         {"bytes of the largest length", as<Bytes>(), "feffffffffffffffff01",
@@ -80,16 +79,13 @@ TEST(AvroDecoderTest, CorruptInputFailsWithItsExactText) {
         {"negative count with negative block size", as<IntArray>(), "0301", "Negative Avro block size -1"},
         {"negative count with block size beyond the input", as<IntArray>(), "01140200",
          "Avro block size beyond the remaining input 10"},
-        {"array whose second int is missing", as<IntArray>(), "048001", "Avro data truncated"},
         {"array of three ints holding two", as<IntArray>(), "060204", "Avro block count beyond the remaining input 3"},
-        {"array without its end marker", as<IntArray>(), "0202", "Avro data truncated"},
         {"two doubles in eight bytes", as<std::vector<double>>(), "040000000000000000",
          "Avro block count beyond the remaining input 2"},
         {"map key longer than the input", as<std::map<std::string, std::int32_t>>(), "020661",
          "Avro length beyond the remaining input 3"},
         {"union index past the branches", as<std::optional<std::int32_t>>(), "04", "Invalid Avro union index 2"},
         {"negative union index", as<std::optional<std::int32_t>>(), "01", "Invalid Avro union index -1"},
-        {"uuid of fifteen bytes", as<boost::uuids::uuid>(), std::string(30, '0'), "Avro data truncated"},
         {"value followed by a stray byte", as<std::int32_t>(), "0200", "Avro value followed by 1 unexpected bytes"},
         {"too many items that take no bytes", as<std::vector<avrotest::Empty>>(), "80808002",
          "Avro block count beyond the remaining input 2097152"},

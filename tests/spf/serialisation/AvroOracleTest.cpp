@@ -144,7 +144,6 @@ std::vector<OracleCase> makeCases() {
     const auto nil = boost::uuids::uuid{};
     const auto id = boost::uuids::string_generator()("7ce1dbaf-c044-46ec-b423-fbf560ad4cc5");
     const std::string idHex = "7ce1dbafc04446ecb423fbf560ad4cc5";
-    t.add("uuid nil", uuidSchema(), nil, std::string(32, '0'));
     t.add("uuid", uuidSchema(), id, idHex);
 
     std::vector<I32> thousand(1000);
@@ -152,19 +151,14 @@ std::vector<OracleCase> makeCases() {
     t.add("array<int> empty", arrayOf("int"), std::vector<I32>{}, json::array());
     t.add("array<int> of 1000", arrayOf("int"), thousand, thousand);
     t.add("array<boolean>", arrayOf("boolean"), std::vector<bool>{true, false, true}, {true, false, true});
-    t.add("array<long>", arrayOf("long"), std::vector<I64>{std::numeric_limits<I64>::min(), 0},
-          {std::numeric_limits<I64>::min(), 0});
     t.add("array<double>", arrayOf("double"), std::vector<double>{0.5, -2.0}, {0.5, -2.0});
     t.add("array<float>", arrayOf("float"), std::vector<float>{0.1f}, {static_cast<double>(0.1f)});
-    t.add("array<string>", arrayOf("string"), std::vector<std::string>{"", "b"}, {"", "b"});
-    t.add("array<bytes>", arrayOf("bytes"), std::vector<Bytes>{{1, 2}, {}}, {"0102", ""});
     t.add("array<uuid>", arrayOf(uuidSchema()), std::vector<boost::uuids::uuid>{id}, {idHex});
     t.add("array<array<int>>", arrayOf(arrayOf("int")), std::vector<std::vector<I32>>{{}, {7}}, {json::array(), {7}});
     t.add("map<long> empty", mapOf("long"), std::map<std::string, I64>{}, json::object());
     t.add("map<long>", mapOf("long"), std::map<std::string, I64>{{"a", 1}, {"b", -2}}, {{"a", 1}, {"b", -2}});
     t.add("map<string>", mapOf("string"), std::map<std::string, std::string>{{"k", "v"}, {"", "empty key"}},
           {{"k", "v"}, {"", "empty key"}});
-    t.add("map<double>", mapOf("double"), std::map<std::string, double>{{"pi", 3.25}}, {{"pi", 3.25}});
     t.add("map<array<int>>", mapOf(arrayOf("int")), std::map<std::string, std::vector<I32>>{{"x", {1, 2}}},
           {{"x", {1, 2}}});
     t.add("array<map<string>>", arrayOf(mapOf("string")), std::vector<std::map<std::string, std::string>>{{{"a", "b"}}, {}},
@@ -172,13 +166,9 @@ std::vector<OracleCase> makeCases() {
 
     t.add("union<null,int> null", json{"null", "int"}, std::optional<I32>{}, nullptr);
     t.add("union<null,int> 5", json{"null", "int"}, std::optional<I32>{5}, 5);
-    t.add("union<null,string>", json{"null", "string"}, std::optional<std::string>{"x"}, "x");
     t.add("union<null,uuid>", json{"null", uuidSchema()}, std::optional<boost::uuids::uuid>{id}, idHex);
-    t.add("union<null,array<int>>", json{"null", arrayOf("int")}, std::optional<std::vector<I32>>{{4}}, {4});
 
     t.add("record", pointSchema(), oracle::Point{3, -4, "p", 0.25}, {{"x", 3}, {"y", -4}, {"label", "p"}, {"weight", 0.25}});
-    t.add("record without weight", pointSchema(), oracle::Point{0, 0, "", std::nullopt},
-          {{"x", 0}, {"y", 0}, {"label", ""}, {"weight", nullptr}});
     t.add("array<record>", arrayOf(pointSchema()), std::vector<oracle::Point>{{1, 2, "a", std::nullopt}},
           {{{"x", 1}, {"y", 2}, {"label", "a"}, {"weight", nullptr}}});
     // The second field names the fixed type the first defines, as Avro requires.
