@@ -1,13 +1,15 @@
 #pragma once
 
 // Shared by the agent tests: bounded waits, containers on a running exchange, a folder for
-// ipc:// socket files, and a raw nng peer that speaks the frame format directly (to
-// misbehave on purpose).
+// ipc:// socket files, and a raw nng peer and a stand-in exchange that speak the frame
+// format directly (to misbehave on purpose).
 
+#include "TemporaryFolder.h"
 #include "support/ContainerSupport.h"
 #include "support/WaitFor.h"
 
 #include "agent/nanomsgtransport/Envelope.h"
+#include "agent/nanomsgtransport/Exchange.h"
 #include "agent/nanomsgtransport/NanomsgTransport.h"
 
 #include <boost/uuid/uuid_io.hpp>
@@ -16,11 +18,10 @@
 #include <nng/protocol/reqrep0/rep.h>
 #include <nng/protocol/reqrep0/req.h>
 
-#include <stdlib.h>
-
+#include <atomic>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,6 +31,12 @@
 namespace agent::testing {
 
 using namespace std::chrono_literals;
+using core::transport::Address;
+using core::transport::Message;
+using core::transport::ReplyFuture;
+using nanomsgtransport::Envelope;
+using nanomsgtransport::Exchange;
+using nanomsgtransport::FrameKind;
 using testsupport::Clock;
 using testsupport::deadline;
 using testsupport::makeContainer;
@@ -55,24 +62,6 @@ template <class Condition>
 bool eventually(Condition condition) {
     return testsupport::WaitFor(condition, 20s);
 }
-
-// A short folder for ipc:// socket files (their paths are limited to 107 bytes).
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        char pattern[] = "/tmp/agent-XXXXXX";
-        path_ = ::mkdtemp(pattern);
-    }
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    std::string ipcUrl(const std::string& name) const { return "ipc://" + path_ + "/" + name; }
-    std::string path(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-};
 
 // A raw REQ socket speaking the exchange's frame format by hand.
 class RawPeer {
@@ -154,6 +143,70 @@ private:
     nng_socket socket_{};
     boost::uuids::uuid node_;
     std::uint32_t unreported_ = 0;  // frames received and not yet reported as credit
+};
+
+// A stand-in for an exchange on `url`. It welcomes containers, confirms their addresses, sees
+// them off, and either drops every request (Silent) or refuses each at once (Refusing); a
+// Deaf one welcomes the Hello that connect() waits for, then never reads again.
+class FakeExchange {
+public:
+    enum Behaviour { Silent, Refusing, Deaf };
+
+    explicit FakeExchange(Behaviour behaviour, std::string url = inprocUrl()) : url_(std::move(url)) {
+        if (nng_rep0_open_raw(&socket_) != 0 || nng_listen(socket_, url_.c_str(), nullptr, 0) != 0) {
+            throw std::runtime_error("FakeExchange cannot listen on " + url_);
+        }
+        nng_socket_set_ms(socket_, NNG_OPT_RECVTIMEO, 20);
+        answering_ = std::thread([this, behaviour] { answer(behaviour); });
+    }
+    ~FakeExchange() {
+        stop_ = true;
+        answering_.join();
+        nng_close(socket_);
+    }
+    const std::string& url() const { return url_; }
+
+private:
+    void answer(Behaviour behaviour) {
+        while (!stop_) {
+            nng_msg* frame = nullptr;
+            if (nng_recvmsg(socket_, &frame, 0) != 0) {
+                continue;
+            }
+            auto* body = static_cast<std::uint8_t*>(nng_msg_body(frame));
+            auto envelope = nanomsgtransport::decodeEnvelope(body, nng_msg_len(frame));
+            const bool refuse = behaviour == Refusing && envelope.kind == FrameKind::Request;
+            const bool connecting = envelope.kind == FrameKind::Hello && envelope.correlationId != 0;
+            const std::map<FrameKind, FrameKind> answers{{FrameKind::Hello, FrameKind::Welcome},
+                                                         {FrameKind::Register, FrameKind::Registered},
+                                                         {FrameKind::Goodbye, FrameKind::Farewell},
+                                                         {FrameKind::Request, FrameKind::Failure}};
+            if (answers.count(envelope.kind) == 0 || (envelope.kind == FrameKind::Request && !refuse)) {
+                nng_msg_free(frame);
+                continue;
+            }
+            envelope.kind = answers.at(envelope.kind);
+            envelope.flags = nanomsgtransport::FrameFlags::fromExchange;
+            envelope.destinationAddress = envelope.sourceNode;
+            nanomsgtransport::encodeEnvelope(envelope, body);
+            nng_msg_chop(frame, nng_msg_len(frame) - Envelope::kSize);
+            if (refuse) {
+                nng_msg_append(frame, "No directory here", 17);
+            }
+            // The header still names the sender's pipe.
+            if (nng_sendmsg(socket_, frame, 0) != 0) {
+                nng_msg_free(frame);
+            }
+            if (behaviour == Deaf && connecting) {
+                return;
+            }
+        }
+    }
+
+    std::string url_;
+    nng_socket socket_{};
+    std::atomic<bool> stop_{false};
+    std::thread answering_;
 };
 
 }  // namespace agent::testing

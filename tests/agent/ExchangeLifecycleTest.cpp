@@ -5,8 +5,6 @@
 #include "AgentTestSupport.h"
 #include "support/ChildProcess.h"
 
-#include "agent/nanomsgtransport/Exchange.h"
-
 #include "foundation/log/CaptureSink.h"
 #include "foundation/log/Sink.h"
 
@@ -21,12 +19,6 @@
 #include <future>
 
 using namespace agent::testing;
-using agent::core::transport::Address;
-using agent::core::transport::Message;
-using agent::core::transport::ReplyFuture;
-using agent::nanomsgtransport::Envelope;
-using agent::nanomsgtransport::Exchange;
-using agent::nanomsgtransport::FrameKind;
 
 namespace {
 
@@ -141,35 +133,11 @@ TEST_P(ExchangeLifecycleTest, SetUpAndTearDownManyTimesWithRequestsInFlightLeave
 // A container whose exchange stops reading blocks its senders on back-pressure; tearing
 // the connection down must release them at once rather than after the send timeout.
 TEST_P(ExchangeLifecycleTest, DisconnectReleasesSendersBlockedOnBackPressure) {
-    const auto endpoint = url(0);
-    nng_socket fake;
-    ASSERT_EQ(nng_rep0_open_raw(&fake), 0);
-    ASSERT_EQ(nng_listen(fake, endpoint.c_str(), nullptr, 0), 0);
-    // Answers the container's Hello (the one connect() waits for), then never reads again.
-    auto greeter = std::async(std::launch::async, [fake] {
-        nng_socket_set_ms(fake, NNG_OPT_RECVTIMEO, 20000);
-        nng_msg* frame = nullptr;
-        while (nng_recvmsg(fake, &frame, 0) == 0) {
-            auto envelope = agent::nanomsgtransport::decodeEnvelope(
-                static_cast<const std::uint8_t*>(nng_msg_body(frame)), nng_msg_len(frame));
-            if (envelope.kind != FrameKind::Hello || envelope.correlationId == 0) {
-                nng_msg_free(frame);  // the housekeeper's own introduction expects no answer
-                continue;
-            }
-            envelope.kind = FrameKind::Welcome;
-            agent::nanomsgtransport::encodeEnvelope(envelope, static_cast<std::uint8_t*>(nng_msg_body(frame)));
-            if (nng_sendmsg(fake, frame, 0) != 0) {  // the header still names the container's pipe
-                nng_msg_free(frame);
-            }
-            return;
-        }
-    });
-
+    FakeExchange deaf(FakeExchange::Deaf, url(0));
     auto container = std::make_shared<agent::core::container::ServiceContainer>();
     // Sends would wait a minute for the exchange; only the disconnect can end them early.
     container->createTransport(agent::nanomsgtransport::getTransport(*container, 60000ms, 60000ms));
-    container->connectTransport(endpoint);
-    greeter.get();
+    container->connectTransport(deaf.url());
 
     std::atomic<int> returned{0};
     std::atomic<bool> started{false};
@@ -193,8 +161,6 @@ TEST_P(ExchangeLifecycleTest, DisconnectReleasesSendersBlockedOnBackPressure) {
         EXPECT_EQ(outcome(future, deadline(5s)).rfind("error: ", 0), 0u);
     }
     EXPECT_LT(returned.load(), 1000);
-    container.reset();
-    nng_close(fake);
 }
 
 // nng 1.5.2 hangs for good when an ipc connection closes while a frame arrives on it

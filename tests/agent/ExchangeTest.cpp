@@ -1,7 +1,5 @@
 #include "AgentTestSupport.h"
 
-#include "agent/nanomsgtransport/Exchange.h"
-
 #include "foundation/log/CaptureSink.h"
 
 #include <gtest/gtest.h>
@@ -10,17 +8,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <random>
 
 using namespace agent::testing;
-using agent::core::transport::Address;
-using agent::core::transport::Message;
-using agent::core::transport::ReplyFuture;
-using agent::nanomsgtransport::Envelope;
-using agent::nanomsgtransport::Exchange;
-using agent::nanomsgtransport::FrameKind;
 
 TEST(ExchangeTest, MalformedFramesAreLoggedAndDroppedAndRoutingGoesOn) {
     auto capture = std::make_shared<foundation::log::capture_sink>("agent::nanomsgtransport::Exchange");
@@ -134,7 +125,7 @@ TEST(ExchangeTest, IpcListenerStillAcceptsAfterARawConnectAndASecondListen) {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un unixAddress{};
     unixAddress.sun_family = AF_UNIX;
-    std::strncpy(unixAddress.sun_path, folder.path("x.sock").c_str(), sizeof(unixAddress.sun_path) - 1);
+    std::strncpy(unixAddress.sun_path, (folder.path() / "x.sock").c_str(), sizeof(unixAddress.sun_path) - 1);
     ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&unixAddress), sizeof(unixAddress)), 0);
     ::close(fd);
     // Somebody else trying to listen on the same path.

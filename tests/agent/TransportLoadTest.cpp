@@ -2,14 +2,11 @@
 
 #include "AgentTestSupport.h"
 
-#include "agent/nanomsgtransport/Exchange.h"
 #include "support/Barrier.h"
 
 #include <gtest/gtest.h>
 
 using namespace agent::testing;
-using agent::core::transport::Address;
-using agent::core::transport::ReplyFuture;
 
 namespace {
 
@@ -20,7 +17,7 @@ protected:
     }
 
     TemporaryFolder folder_;
-    agent::nanomsgtransport::Exchange exchange_;
+    Exchange exchange_;
     const std::string url_ = exchange_.listen(requested());
     std::shared_ptr<agent::core::container::ServiceContainer> server_ = makeContainer(url_);
     std::shared_ptr<agent::core::container::ServiceContainer> client_ = makeContainer(url_, 20000ms);

@@ -2,17 +2,11 @@
 #include "AgentTestSupport.h"
 #include "support/Gate.h"
 
-#include "agent/nanomsgtransport/Exchange.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
 
 using namespace agent::testing;
-using agent::core::transport::Address;
-using agent::core::transport::Message;
-using agent::core::transport::ReplyFuture;
-using agent::nanomsgtransport::Exchange;
 
 namespace {
 

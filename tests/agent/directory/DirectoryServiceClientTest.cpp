@@ -3,6 +3,7 @@
 #include "agent/directory/DirectoryServiceClient.h"
 
 #include "agent/directory/DirectoryTestSupport.h"
+#include "support/Barrier.h"
 #include "support/NotificationLog.h"
 
 #include <gtest/gtest.h>
@@ -16,8 +17,6 @@ namespace agent::directory {
 namespace {
 
 using core::serviceutils::APIVersion;
-using core::transport::Address;
-using core::transport::Message;
 using directoryinterfaces::ServiceNotification;
 using namespace testing;
 using Events = testsupport::NotificationLog;
@@ -129,7 +128,7 @@ TEST_F(DirectoryServiceClientTest, ADeregisteredSubscriptionCallsBackNoMore) {
 }
 
 TEST_F(DirectoryServiceClientTest, AnUnreachableDirectoryIsAClearErrorWithinTheTimeout) {
-    DirectorylessExchange silent(DirectorylessExchange::Silent);
+    FakeExchange silent(FakeExchange::Silent);
     auto container = makeContainer(silent.url());
     DirectoryServiceClient lonely(container->createContext(container->generateServiceInstance()), 300ms);
     for (const auto& call : std::vector<std::function<void()>>{

@@ -20,7 +20,7 @@ public:
 };
 
 TEST(NativeLegacyServiceBaseTest, StartWithoutADirectoryFailsAndLeavesNothingBehind) {
-    DirectorylessExchange refusing(DirectorylessExchange::Refusing);
+    FakeExchange refusing(FakeExchange::Refusing);
     auto container = makeContainer(refusing.url());
     Echo echo;
     EXPECT_FALSE(echo.start({{}, container->createContext(container->generateServiceInstance())}));

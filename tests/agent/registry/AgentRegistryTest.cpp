@@ -20,7 +20,7 @@ namespace agent::control {
 namespace {
 
 using testing::deadProcessID;
-using testing::ScratchFolder;
+using testing::TemporaryFolder;
 using testing::writeFile;
 
 // A record file as another writer would leave it.
@@ -56,7 +56,7 @@ protected:
         });
     }
 
-    ScratchFolder scratch_;
+    TemporaryFolder scratch_;
     std::shared_ptr<foundation::log::capture_sink> log_ = std::make_shared<foundation::log::capture_sink>("agent::control");
 };
 

@@ -19,7 +19,7 @@ namespace {
 using ConnectorLocations = korvexconnector::serviceprocess::FolderLocations;
 using korvexconnector::serviceprocess::DesktopServicesRealm;
 using control::testing::ScopedEnvironment;
-using control::testing::ScratchFolder;
+using control::testing::TemporaryFolder;
 
 // Where each mode's registry lives: an explicit lock root wins, then a user storage override
 // (non-ASCII survives the conversion from UTF-16), then XDG_RUNTIME_DIR if absolute, then
@@ -46,7 +46,7 @@ TEST(FolderLocationsTest, LockRootsFollowOverridesThenRuntimeThenHomeThenTemp) {
         EXPECT_EQ(FolderLocations(row.storage, row.locks).lockRoot(), row.drive);
         EXPECT_EQ(ConnectorLocations(row.storage, row.locks, "blue").lockRoot(), row.services);
     }
-    ScratchFolder scratch;
+    TemporaryFolder scratch;
     EXPECT_EQ(FolderLocations(scratch.path().u16string()).lockRoot(), scratch.path() / "korvexdrive" / "agents");
     EXPECT_TRUE(std::filesystem::is_empty(scratch.path()));
 }

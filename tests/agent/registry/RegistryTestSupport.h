@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/TemporaryFolder.h"
 #include "support/Barrier.h"
 #include <spawn.h>
 #include <sys/wait.h>
@@ -7,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,28 +17,7 @@ extern char** environ;
 
 namespace agent::control::testing {
 
-// A fresh, empty folder for one test, removed with everything in it afterwards.
-class ScratchFolder {
-public:
-    ScratchFolder() {
-        static std::atomic<int> counter{0};
-        path_ = std::filesystem::temp_directory_path() /
-                ("agent-registry-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter++));
-        std::filesystem::remove_all(path_);
-        std::filesystem::create_directories(path_);
-    }
-    ~ScratchFolder() {
-        std::error_code ec;
-        std::filesystem::remove_all(path_, ec);
-    }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-    const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
+using agent::testing::TemporaryFolder;
 
 inline void writeFile(const std::filesystem::path& path, const std::string& content) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
