@@ -1,16 +1,10 @@
 #include "agent/spf/servicepublisher/HighestVersionedInterfaceWithMatchingPropertiesFinder.h"
 
-#include <boost/multi_index/composite_key.hpp>
-#include <boost/multi_index/mem_fun.hpp>
-#include <boost/multi_index/ordered_index.hpp>
-#include <boost/multi_index_container.hpp>
-
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <map>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -21,53 +15,28 @@ using agent::spf::servicepublisher::HighestVersionedInterfaceWithMatchingPropert
 using Properties = std::map<std::string, std::string>;
 using boost::property_tree::ptree;
 
-// Shaped like the publisher's own interface entries: name, version and properties behind getters.
-class InterfaceEntry {
-public:
-    InterfaceEntry(std::string name, APIVersion version, Properties properties)
-        : name_(std::move(name)), version_(version), properties_(std::move(properties)) {}
-    const std::string& getServiceInterfaceName() const { return name_; }
-    const APIVersion& getServiceInterfaceVersion() const { return version_; }
-    const Properties& getServiceProperties() const { return properties_; }
-
-private:
-    std::string name_;
-    APIVersion version_;
-    Properties properties_;
-};
-
-namespace mi = boost::multi_index;
-using InterfaceIndex = mi::multi_index_container<
-    InterfaceEntry,
-    mi::indexed_by<mi::ordered_unique<mi::composite_key<
-        InterfaceEntry,
-        mi::const_mem_fun<InterfaceEntry, const std::string&, &InterfaceEntry::getServiceInterfaceName>,
-        mi::const_mem_fun<InterfaceEntry, const APIVersion&, &InterfaceEntry::getServiceInterfaceVersion>>>>>;
-
 const std::string kNoVersion = "Unable to find a ServiceInterface for Greeter with version compatible to requested version ";
 
 // Each row asks an index for a name, a version and properties: the highest version of the
 // requested major that has every requested property (values compare exactly, nested requests
 // name dotted properties), and what is logged when there is none. The end-to-end suite picks
-// among published interfaces the same way; the edges are here.
+// among published interfaces the same way, through the publisher's own index (a multi-index on
+// name and version); the edges are here, on a plain map.
 TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, FindsTheHighestFittingVersionOfTheMajorOrSaysWhyNot) {
     constexpr auto largest = std::numeric_limits<std::uint32_t>::max();
-    InterfaceIndex index;
-    for (const auto& [name, version, properties] : std::vector<std::tuple<std::string, APIVersion, Properties>>{
-             {"Greete", APIVersion(2, 9), {}},
-             {"Greeter", APIVersion(1, 9), {{"lang", "en"}}},
-             {"Greeter", APIVersion(2, 0), {{"lang", "de"}, {"region", "eu"}, {"spf.legacy.mode", "fast"}}},
-             {"Greeter", APIVersion(2, 1), {{"lang", "de"}}},
-             {"Greeter", APIVersion(2, 9, 1), {{"lang", "en"}, {"region", "eu"}}},
-             {"Greeter", APIVersion(3, 0), {{"lang", "de"}, {"region", "eu"}}},
-             {"Greeter", APIVersion(largest - 1), {}},
-             {"Greeter", APIVersion(largest, 1), {{"k", "v"}}},
-             {"Greeter", APIVersion(largest, 7), {}},
-             {"Greeter\x01", APIVersion(largest, 9), {{"k", "v"}}},
-             {"GreeterX", APIVersion(4, 0), {}},
-         }) {
-        index.insert(InterfaceEntry(name, version, properties));
-    }
+    const std::map<std::pair<std::string, APIVersion>, Properties> index = {
+        {{"Greete", APIVersion(2, 9)}, {}},
+        {{"Greeter", APIVersion(1, 9)}, {{"lang", "en"}}},
+        {{"Greeter", APIVersion(2, 0)}, {{"lang", "de"}, {"region", "eu"}, {"spf.legacy.mode", "fast"}}},
+        {{"Greeter", APIVersion(2, 1)}, {{"lang", "de"}}},
+        {{"Greeter", APIVersion(2, 9, 1)}, {{"lang", "en"}, {"region", "eu"}}},
+        {{"Greeter", APIVersion(3, 0)}, {{"lang", "de"}, {"region", "eu"}}},
+        {{"Greeter", APIVersion(largest - 1)}, {}},
+        {{"Greeter", APIVersion(largest, 1)}, {{"k", "v"}}},
+        {{"Greeter", APIVersion(largest, 7)}, {}},
+        {{"Greeter\x01", APIVersion(largest, 9)}, {{"k", "v"}}},
+        {{"GreeterX", APIVersion(4, 0)}, {}},
+    };
     struct Row {
         std::string name;
         APIVersion version;
@@ -100,7 +69,7 @@ TEST(HighestVersionedInterfaceWithMatchingPropertiesFinderTest, FindsTheHighestF
         HighestVersionedInterfaceWithMatchingPropertiesFinder finder(
             row.name, row.version, requested, [&logged](const std::string& message) { logged.push_back(message); });
         const auto found = finder(index);
-        EXPECT_EQ(row.found, found == index.end() ? "none" : found->getServiceInterfaceVersion().toString())
+        EXPECT_EQ(row.found, found == index.end() ? "none" : found->first.second.toString())
             << row.name << " " << row.version;
         EXPECT_EQ(row.logged.empty() ? std::vector<std::string>{} : std::vector<std::string>{row.logged}, logged);
     }
