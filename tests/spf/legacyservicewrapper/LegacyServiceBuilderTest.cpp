@@ -86,13 +86,9 @@ protected:
         started_.push_back(service);
         return directory_->lookupServiceInstance(instance, agent::core::serviceutils::APIVersion(0));
     }
-    agent::core::transport::ReplyFuture send(const ServiceStub& stub, const std::string& method,
-                                             const std::string& request) {
-        return clientContainer_->getTransport()->sendRequest(stub.getMethods().at(method),
-                                                             Message(std::string_view(request)));
-    }
     std::string call(const ServiceStub& stub, const std::string& method, const std::string& request) {
-        return outcome(send(stub, method, request));
+        return outcome(clientContainer_->getTransport()->sendRequest(stub.getMethods().at(method),
+                                                                     Message(std::string_view(request))));
     }
 };
 
