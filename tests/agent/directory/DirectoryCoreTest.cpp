@@ -80,8 +80,6 @@ TEST(DirectoryCoreTest, ListsItselfAndRefusesItsOwnRemovalAndNamelessDuplicateAn
     directory.registerInstance(a);
     EXPECT_EQ(testsupport::ThrownText<std::invalid_argument>([&] { directory.registerInstance(a); }),
               "Service instance " + boost::uuids::to_string(a.instance) + " is already registered");
-    auto nameless = instance("");
-    EXPECT_THROW(directory.registerInstance(nameless), std::invalid_argument);
     auto nil = instance("X");
     nil.instance = {};
     EXPECT_THROW(directory.registerInstance(nil), std::invalid_argument);
