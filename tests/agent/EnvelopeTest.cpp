@@ -1,3 +1,4 @@
+#include "support/Thrown.h"
 #include "agent/nanomsgtransport/Envelope.h"
 
 #include <boost/uuid/random_generator.hpp>
@@ -68,11 +69,7 @@ TEST(EnvelopeTest, MalformedFramesAreRejectedWithTheirReason) {
         {with(3, 0x02), "Frame has unknown flags 0x0002"},
     };
     for (const auto& c : cases) {
-        try {
-            decodeEnvelope(c.frame.data(), c.frame.size());
-            ADD_FAILURE() << "accepted a frame that should fail with: " << c.error;
-        } catch (const EnvelopeError& e) {
-            EXPECT_EQ(e.what(), c.error);
-        }
+        EXPECT_EQ(testsupport::ThrownText<EnvelopeError>([&] { decodeEnvelope(c.frame.data(), c.frame.size()); }),
+                  c.error);
     }
 }
