@@ -99,25 +99,20 @@ TEST_F(AgentRegistryTest, JunkInTheRootIsSkippedAndReportedAndAMissingRootListsN
     writeFile(root / "subfolder" / "agent-deeper.json", record("deeper", self, 1));
 
     EXPECT_EQ(names(enumerateAllRunningAgents(root, 1)), std::vector<std::string>{"good"});
-    for (const char* bad : {"agent-corrupt.json", "agent-empty.json", "agent-huge.json", "agent-folder.json",
-                            "agent-link.json", "agent-fifo.json"}) {
-        EXPECT_EQ(log_->count([&](const foundation::log::record& r) {
-                      return r.text.find(std::string("Skipping the agent registry file ") + (root / bad).string()) !=
-                             std::string::npos;
-                  }),
-                  1u)
-            << bad;
+    const std::pair<const char*, const char*> skips[] = {
+        {"agent-corrupt.json", "Agent record is not valid JSON"}, {"agent-empty.json", "Agent record is not valid JSON"},
+        {"agent-huge.json", "it is larger than 65536 bytes"},     {"agent-folder.json", "it is not a regular file"},
+        {"agent-link.json", "it is a symbolic link"},             {"agent-fifo.json", "it is not a regular file"},
+    };
+    for (const auto& [file, reason] : skips) {
+        EXPECT_TRUE(log_->contains("Skipping the agent registry file " + (root / file).string() + ": " + reason)) << file;
     }
-    EXPECT_EQ(skipped(), 6u);
-    EXPECT_TRUE(log_->contains("agent-corrupt.json: Agent record is not valid JSON"));
-    EXPECT_TRUE(log_->contains("agent-huge.json: it is larger than 65536 bytes"));
-    EXPECT_TRUE(log_->contains("agent-folder.json: it is not a regular file"));
-    EXPECT_TRUE(log_->contains("agent-link.json: it is a symbolic link"));
+    EXPECT_EQ(skipped(), 6u);  // each once
     // Junk is reported, never deleted: only entries of dead processes are.
     EXPECT_TRUE(std::filesystem::exists(root / "agent-corrupt.json"));
 }
 
-TEST_F(AgentRegistryTest, RegistrationRefusesIncompleteInfoAndARootItCannotCreate) {
+TEST_F(AgentRegistryTest, RegistrationRefusesIncompleteInfo) {
     struct Row {
         AgentInfo info;
         const char* error;
@@ -134,17 +129,6 @@ TEST_F(AgentRegistryTest, RegistrationRefusesIncompleteInfoAndARootItCannotCreat
                   row.error);
     }
     EXPECT_TRUE(std::filesystem::is_empty(scratch_.path()));
-    writeFile(scratch_.path() / "blocker", "x");
-    try {
-        AgentRegistration registration(scratch_.path() / "blocker" / "root",
-                                       AgentInfo("x", "inproc://x", ::getpid(), AgentMode::KorvexDrive));
-        ADD_FAILURE() << "registered under a file";
-    } catch (const std::runtime_error& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("Cannot create the agent registry folder " +
-                                                  (scratch_.path() / "blocker" / "root").string() + ": ", 0),
-                  0u)
-            << e.what();
-    }
 }
 
 TEST_F(AgentRegistryTest, ReadersNeverSeeAPartEntryWhileAgentsComeAndGo) {
