@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 namespace agent::control {
 namespace {
@@ -21,12 +23,21 @@ TEST(AgentRecordTest, SerialisedRecordReadsBackUnchangedAndUnknownFieldsAreIgnor
     EXPECT_EQ(later.registered, 3);
 }
 
+// A valid version-1 record with `field` set to `value` (JSON text), or without it when `value` is empty.
+std::string recordWith(const std::string& field, const std::string& value) {
+    const std::pair<std::string, std::string> fields[] = {{"name", R"("n")"}, {"exchange", R"("e")"},
+                                                          {"processID", "7"},  {"mode", R"("korvexdrive")"},
+                                                          {"registered", "1"}};
+    std::string text = R"({"formatVersion":1)";
+    for (const auto& [name, valid] : fields) {
+        const auto& written = name == field ? value : valid;
+        text += written.empty() ? "" : ",\"" + name + "\":" + written;
+    }
+    return text + "}";
+}
+
 TEST(AgentRecordTest, MalformedRecordsAreRefusedWithTheirReason) {
-    struct Row {
-        const char* text;
-        const char* error;
-    };
-    const Row rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
         {"", "Agent record is not valid JSON"},
         {R"({"formatVersion":1,"name":"n")", "Agent record is not valid JSON"},
         {"\xff\xfe", "Agent record is not valid JSON"},
@@ -36,41 +47,26 @@ TEST(AgentRecordTest, MalformedRecordsAreRefusedWithTheirReason) {
         {R"({"formatVersion":2,"name":"n"})", "Agent record format version is not supported"},
         {R"({"formatVersion":"1"})", "Agent record format version is not supported"},
         {R"({"formatVersion":1.5})", "Agent record format version is not supported"},
-        {R"({"formatVersion":1,"exchange":"e","processID":7,"mode":"korvexdrive","registered":1})",
-         "Agent record needs a name"},
-        {R"({"formatVersion":1,"name":"","exchange":"e","processID":7,"mode":"korvexdrive","registered":1})",
-         "Agent record needs a name"},
-        {R"({"formatVersion":1,"name":5,"exchange":"e","processID":7,"mode":"korvexdrive","registered":1})",
-         "Agent record needs a name"},
-        {R"({"formatVersion":1,"name":"n","exchange":null,"processID":7,"mode":"korvexdrive","registered":1})",
-         "Agent record needs an exchange"},
-        {R"({"formatVersion":1,"name":"n","exchange":"e","mode":"korvexdrive","registered":1})",
-         "Agent record needs a positive process ID"},
-        {R"({"formatVersion":1,"name":"n","exchange":"e","processID":0,"mode":"korvexdrive","registered":1})",
-         "Agent record needs a positive process ID"},
-        {R"({"formatVersion":1,"name":"n","exchange":"e","processID":-1,"mode":"korvexdrive","registered":1})",
-         "Agent record needs a positive process ID"},
-        {R"({"formatVersion":1,"name":"n","exchange":"e","processID":4294967296,"mode":"korvexdrive","registered":1})",
-         "Agent record needs a positive process ID"},
-        {R"({"formatVersion":1,"name":"n","exchange":"e","processID":7.0,"mode":"korvexdrive","registered":1})",
-         "Agent record needs a positive process ID"},
-        {R"({"formatVersion":1,"name":"n","exchange":"e","processID":"7","mode":"korvexdrive","registered":1})",
-         "Agent record needs a positive process ID"},
-        {R"({"formatVersion":1,"name":"n","exchange":"e","processID":7,"registered":1})",
-         "Agent record mode must be korvexdrive or desktopservices"},
-        {R"({"formatVersion":1,"name":"n","exchange":"e","processID":7,"mode":"KorvexDrive","registered":1})",
-         "Agent record mode must be korvexdrive or desktopservices"},
-        {R"({"formatVersion":1,"name":"n","exchange":"e","processID":7,"mode":"korvexdrive"})",
-         "Agent record needs a registration time"},
-        {R"({"formatVersion":1,"name":"n","exchange":"e","processID":7,"mode":"korvexdrive","registered":-5})",
-         "Agent record needs a registration time"},
-        {R"({"formatVersion":1,"name":"n","exchange":"e","processID":7,"mode":"korvexdrive","registered":18446744073709551615})",
-         "Agent record needs a registration time"},
+        {recordWith("name", ""), "Agent record needs a name"},
+        {recordWith("name", R"("")"), "Agent record needs a name"},
+        {recordWith("name", "5"), "Agent record needs a name"},
+        {recordWith("exchange", "null"), "Agent record needs an exchange"},
+        {recordWith("processID", ""), "Agent record needs a positive process ID"},
+        {recordWith("processID", "0"), "Agent record needs a positive process ID"},
+        {recordWith("processID", "-1"), "Agent record needs a positive process ID"},
+        {recordWith("processID", "4294967296"), "Agent record needs a positive process ID"},
+        {recordWith("processID", "7.0"), "Agent record needs a positive process ID"},
+        {recordWith("processID", R"("7")"), "Agent record needs a positive process ID"},
+        {recordWith("mode", ""), "Agent record mode must be korvexdrive or desktopservices"},
+        {recordWith("mode", R"("KorvexDrive")"), "Agent record mode must be korvexdrive or desktopservices"},
+        {recordWith("registered", ""), "Agent record needs a registration time"},
+        {recordWith("registered", "-5"), "Agent record needs a registration time"},
+        {recordWith("registered", "18446744073709551615"), "Agent record needs a registration time"},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(testsupport::ThrownText<std::invalid_argument>([&] { AgentRecord::parse(row.text); }), row.error)
-            << row.text;
+    for (const auto& [text, error] : rows) {
+        EXPECT_EQ(testsupport::ThrownText<std::invalid_argument>([&] { AgentRecord::parse(text); }), error) << text;
     }
+    EXPECT_EQ(AgentRecord::parse(recordWith("", "")).info, AgentInfo("n", "e", 7, AgentMode::KorvexDrive));
 }
 
 TEST(AgentRecordTest, OnlyAgentJsonNamesAreRegistryFiles) {
