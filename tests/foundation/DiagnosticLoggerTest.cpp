@@ -62,6 +62,7 @@ void tracedFunction(const log::diagnostic_logger& logger, log::capture_sink& cap
     inside = capture.records().size();
 }
 
+// A trace line on stderr names the function, file and line it came from.
 TEST_F(DiagnosticLoggerTest, FunctionTraceWritesEnterAndLeaveWithFunctionFileAndLine) {
     logger_.setMask(log::severity::trace);
     std::size_t inside = 0;
@@ -75,6 +76,11 @@ TEST_F(DiagnosticLoggerTest, FunctionTraceWritesEnterAndLeaveWithFunctionFileAnd
         EXPECT_NE(rec.function.find("tracedFunction"), std::string::npos) << rec.function;
         EXPECT_NE(rec.file.find("DiagnosticLoggerTest.cpp"), std::string::npos);
         EXPECT_GT(rec.line, 0);
+        const auto line = log::stderr_sink::format(rec);  // as a trace line reads on stderr
+        EXPECT_NE(line.find(" trace: " + rec.text + " " + rec.function + " (" + rec.file + ":" +
+                            std::to_string(rec.line) + ")"),
+                  std::string::npos)
+            << line;
     }
 }
 
@@ -142,13 +148,6 @@ TEST(StderrSinkTest, LineHasUtcMillisecondTimestampThreadNameSeverityAndText) {
     EXPECT_EQ(log::stderr_sink::format(rec), "2023-11-14T22:13:20.123Z [" + thread.str() +
                                                  "] agent::spf::legacyservicepublisher 0x104: "
                                                  "Creating new Agent Connection");
-    rec.severity = log::severity::trace;
-    rec.text = "enter";
-    rec.function = "void f()";
-    rec.file = "src/F.cpp";
-    rec.line = 12;
-    const auto line = log::stderr_sink::format(rec);
-    EXPECT_NE(line.find(" trace: enter void f() (src/F.cpp:12)"), std::string::npos) << line;
 }
 
 // The mask variable is read once per process, so it is checked in a child process:
