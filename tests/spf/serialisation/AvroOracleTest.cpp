@@ -159,8 +159,6 @@ std::vector<OracleCase> makeCases() {
     t.add("map<long>", mapOf("long"), std::map<std::string, I64>{{"a", 1}, {"b", -2}}, {{"a", 1}, {"b", -2}});
     t.add("map<string>", mapOf("string"), std::map<std::string, std::string>{{"k", "v"}, {"", "empty key"}},
           {{"k", "v"}, {"", "empty key"}});
-    t.add("map<array<int>>", mapOf(arrayOf("int")), std::map<std::string, std::vector<I32>>{{"x", {1, 2}}},
-          {{"x", {1, 2}}});
     t.add("array<map<string>>", arrayOf(mapOf("string")), std::vector<std::map<std::string, std::string>>{{{"a", "b"}}, {}},
           {{{"a", "b"}}, json::object()});
 
