@@ -22,8 +22,9 @@ struct Base {
     virtual ~Base() = default;
 };
 
-// Each row completes a promise's handler and reads its future: slot zero of a result, nothing for
-// void, or the text of the failure (one given, an empty one, or a result that cannot fill it).
+// Each row completes a promise's handler and reads its future: slot zero of a result, or the text
+// of the failure (an empty one, or a result that cannot fill it). Typed and void results and a
+// failure's own text reach call<R>'s promise end to end (InProcessEndToEndTest).
 TEST(CompletionHandlerTest, APromiseGetsSlotZeroOrTheFailureText) {
     GenericPayload polymorphic;
     polymorphic.pushPolymorphic(std::make_shared<Base>());
@@ -40,8 +41,6 @@ TEST(CompletionHandlerTest, APromiseGetsSlotZeroOrTheFailureText) {
     };
     const std::vector<std::pair<std::function<std::string()>, std::string>> rows = {
         {[&] { return int32([](auto& h) { h(GenericPayload::make(std::int32_t{42}, "ignored")); }); }, "42"},
-        {[&] { return other(std::make_shared<std::promise<void>>(), GenericPayload()); }, "done"},
-        {[&] { return int32([](auto& h) { h(std::make_exception_ptr(std::runtime_error("Timeout"))); }); }, "Timeout"},
         {[&] { return int32([](auto& h) { h(std::exception_ptr()); }); }, "Completed with an empty failure"},
         {[&] { return int32([](auto& h) { h(GenericPayload()); }); }, "Invalid GenericPayload index"},
         {[&] { return other(std::make_shared<std::promise<Base>>(), polymorphic); },

@@ -30,8 +30,6 @@ TEST(MethodSignatureTest, TextFormsReadAndWriteBack) {
     };
     const std::vector<Row> rows = {
         {"() -> void", {{}, "void"}, ""},
-        {"(int, long) -> long", {{"int", "long"}, "long"}, ""},
-        {"(string) -> optional<string>", {{"string"}, "optional<string>"}, ""},
         {"(boolean, float, double, bytes, uuid, callback, stream) -> map<array<uuid>>",
          {{"boolean", "float", "double", "bytes", "uuid", "callback", "stream"}, "map<array<uuid>>"},
          ""},
