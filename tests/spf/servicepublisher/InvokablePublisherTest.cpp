@@ -1,26 +1,87 @@
-#include "support/Thrown.h"
-#include "PublisherTestSupport.h"
-
+#include "agent/spf/core/Invokable.h"
 #include "agent/spf/servicepublisher/InvokableCall.h"
+#include "agent/spf/servicepublisher/InvokablePublisher.h"
+
+#include "support/Barrier.h"
+#include "support/Gate.h"
+#include "support/Thrown.h"
+#include "support/WaitFor.h"
 
 #include "foundation/log/CaptureSink.h"
 #include "foundation/log/Sink.h"
 
+#include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <deque>
 #include <functional>
+#include <future>
+#include <list>
+#include <memory>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 namespace {
 
-using namespace publishertest;
+using agent::spf::core::APIVersion;
+using agent::spf::core::CompletionHandler;
+using agent::spf::core::GenericPayload;
+using agent::spf::core::Invokable;
+using Publisher = agent::spf::servicepublisher::InvokablePublisher<Invokable>;
+using agent::spf::servicepublisher::InvokableFactoryHandle;
 using cppmicroservices::AnyMap;
 using cppmicroservices::LDAPFilter;
+
+// Answers every call with its arguments; counts how often it was given back to its factory.
+class TestInvokable : public Invokable {
+public:
+    std::vector<std::string> getSupportedNames() const override { return {"echo"}; }
+    void invokeAsync(std::optional<std::chrono::milliseconds>, std::string, CompletionHandler handler,
+                     GenericPayload args) override {
+        handler(std::move(args));
+    }
+    std::atomic<int> givenBack{0};
+};
+
+// A factory whose callbacks count their calls and those that run after the test has seen
+// withdrawInvokableFactory return.
+class CountingFactory {
+public:
+    Publisher::GetCallback getCallback() {
+        return [this] {
+            afterWithdrawal += withdrawalReturned.load();
+            ++gets;
+            return std::make_shared<TestInvokable>();
+        };
+    }
+    Publisher::UngetCallback ungetCallback() {
+        return [this](std::shared_ptr<Invokable> invokable) {
+            afterWithdrawal += withdrawalReturned.load();
+            auto* const test = dynamic_cast<TestInvokable*>(invokable.get());
+            wrongUngets += test == nullptr || ++test->givenBack > 1;
+            ++ungets;
+        };
+    }
+    InvokableFactoryHandle registerWith(Publisher& publisher, const std::string& name, const APIVersion& version,
+                                        const AnyMap& endpoint = {}, const AnyMap& service = {}) {
+        return publisher.registerInvokableFactory(getCallback(), ungetCallback(), name,
+                                                  boost::uuids::random_generator()(), version, endpoint, service);
+    }
+
+    std::atomic<int> gets{0};
+    std::atomic<int> ungets{0};
+    std::atomic<int> wrongUngets{0};  // of what is not a TestInvokable, or of one given back before
+    std::atomic<int> afterWithdrawal{0};  // callbacks run after withdrawalReturned was set
+    std::atomic<bool> withdrawalReturned{false};  // set by the test once withdrawInvokableFactory returned
+};
 
 auto registering(Publisher& publisher, Publisher::GetCallback get, Publisher::UngetCallback unget, std::string name,
                  AnyMap endpoint, AnyMap service) {
@@ -173,6 +234,108 @@ TEST(InvokablePublisherTest, WithdrawalAndDestructionRunNoCallbackAfterwardsAndC
     foundation::log::removeSink(capture);
     EXPECT_TRUE(capture->contains("Giving back an invokable of factory Greeter failed"));
     EXPECT_TRUE(capture->contains("Exception caught: cleanup failed"));
+}
+
+TEST(InvokablePublisherConcurrencyTest, ClientsGetAndGiveBackWhileFactoriesComeAndGo) {
+    constexpr int clients = 4;
+    constexpr int churners = 2;
+    constexpr int clientRounds = 400;
+    constexpr int churnRounds = 60;
+
+    Publisher publisher;
+    std::vector<std::unique_ptr<CountingFactory>> stable;
+    for (int i = 0; i < 3; ++i) {
+        stable.push_back(std::make_unique<CountingFactory>());
+        stable.back()->registerWith(publisher, "Greeter", APIVersion(1, i));
+    }
+    std::vector<std::list<CountingFactory>> churned(churners);
+    std::atomic<int> gotten{0};
+
+    testsupport::Barrier start(clients + churners);
+    std::vector<std::thread> threads;
+    for (int c = 0; c < clients; ++c) {
+        threads.emplace_back([&, c] {
+            start.ArriveAndWait();
+            std::deque<std::shared_ptr<Invokable>> held;
+            for (int round = 0; round < clientRounds; ++round) {
+                const auto factories = publisher.findInvokableFactories("Greeter", 1);
+                if (factories.empty()) continue;
+                try {
+                    held.push_back(publisher.getInvokable(factories[(round + c) % factories.size()].handle));
+                    ++gotten;
+                } catch (const std::exception&) {
+                    continue;  // withdrawn between the lookup and the get
+                }
+                // Given back by an explicit unget, once, or else with its last copy.
+                if (round % 3 == 0 && publisher.ungetInvokable(held.back())) {
+                    EXPECT_FALSE(publisher.ungetInvokable(held.back()));
+                }
+                if (held.size() > 4) held.pop_front();
+            }
+        });
+    }
+    for (int c = 0; c < churners; ++c) {
+        threads.emplace_back([&, c] {
+            start.ArriveAndWait();
+            for (int round = 0; round < churnRounds; ++round) {
+                auto& factory = churned[c].emplace_back();
+                const auto handle = factory.registerWith(publisher, "Greeter", APIVersion(1, 100 + c, round));
+                auto own = publisher.getInvokable(handle);
+                std::this_thread::yield();
+                publisher.withdrawInvokableFactory(handle);
+                factory.withdrawalReturned = true;
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+
+    EXPECT_GT(gotten, 0);
+    for (const auto& factory : stable) {
+        EXPECT_EQ(factory->gets, factory->ungets) << "every invokable of a registered factory came back";
+        EXPECT_EQ(0, factory->wrongUngets) << "each came back once";
+    }
+    for (auto& perChurner : churned) {
+        for (auto& factory : perChurner) {
+            EXPECT_EQ(0, factory.afterWithdrawal);
+            EXPECT_LE(factory.ungets, factory.gets);
+            EXPECT_GE(factory.gets, 1);
+            EXPECT_EQ(0, factory.wrongUngets);
+        }
+    }
+}
+
+// Withdrawing a factory waits for its get-callback running on another thread: it does not return
+// while the callback runs, and the get that started first completes.
+TEST(InvokablePublisherConcurrencyTest, WithdrawalWaitsForAGetCallbackInFlight) {
+    CountingFactory factory;
+    Publisher publisher;
+    testsupport::Gate gate;  // holds the first get-callback
+    std::atomic<bool> returned{false};
+    std::atomic<bool> returnedWhileCallbackRan{false};
+    std::atomic<int> calls{0};
+    const auto handle = publisher.registerInvokableFactory(
+        [&] {
+            if (++calls == 1) {
+                gate.pass();
+                returnedWhileCallbackRan = returned.load();
+            }
+            return factory.getCallback()();
+        },
+        factory.ungetCallback(), "Greeter", boost::uuids::random_generator()(), APIVersion(1), {}, {});
+    auto first = std::async(std::launch::async, [&] { return publisher.getInvokable(handle) != nullptr; });
+    ASSERT_TRUE(gate.waitForPassers(1));
+    std::thread actor([&] {
+        publisher.withdrawInvokableFactory(handle);
+        returned = true;
+    });
+    // A withdrawal that did not wait would return within this bound and be caught below.
+    EXPECT_FALSE(testsupport::WaitFor([&] { return returned.load(); }, std::chrono::milliseconds(200)));
+    gate.open();
+    actor.join();
+    EXPECT_TRUE(first.get());
+    EXPECT_FALSE(returnedWhileCallbackRan);
+    EXPECT_EQ(1, calls.load());
+    EXPECT_FALSE(publisher.isRegistered(handle));
 }
 
 }  // namespace
