@@ -32,10 +32,6 @@ TEST(SharedLibraryTest, AFunctionKeepsItsLibraryMappedUntilTheLastHolderGoes) {
         auto library = SharedLibrary::load(FOUNDATION_SAMPLE_LIBRARY);
         const SharedLibrary copy = library;
         add = copy.getFunction<int(int, int)>("sample_add");
-        auto* counter = static_cast<int*>(library.findSymbol("sample_counter"));
-        ASSERT_NE(counter, nullptr);
-        const int before = *counter;
-        EXPECT_EQ(library.getFunction<int()>("sample_increment")(), before + 1);
     }
     EXPECT_TRUE(isMapped()) << "the function still holds the library";
     EXPECT_EQ(add(2, 40), 42);
