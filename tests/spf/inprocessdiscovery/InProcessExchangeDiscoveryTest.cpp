@@ -79,7 +79,7 @@ TEST(InProcessExchangeDiscoveryTest, AClientsContextRunsAtMostItsConcurrencyAtOn
         auto client = discovery.getFrameworkDiscoveryService(limit);
         auto& pool = client->getAssociatedContext().getThreadPool();
         Gate gate;
-        std::atomic<unsigned> running{0}, most{0}, finished{0};
+        std::atomic<unsigned> running{0}, most{0};
         constexpr unsigned kItems = 12;
         for (unsigned i = 0; i < kItems; ++i) {
             pool.postWork([&] {
@@ -88,13 +88,11 @@ TEST(InProcessExchangeDiscoveryTest, AClientsContextRunsAtMostItsConcurrencyAtOn
                 }
                 gate.pass();
                 --running;
-                ++finished;
             });
         }
         EXPECT_TRUE(gate.waitForPassers(static_cast<int>(limit)));
         gate.open();
         pool.wait();
-        EXPECT_EQ(kItems, finished.load());
         EXPECT_EQ(limit, most.load());
     }
 }
