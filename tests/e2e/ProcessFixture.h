@@ -14,6 +14,7 @@
 #include <signal.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -41,20 +42,18 @@ inline std::tuple<int, std::string, std::string> runToEnd(const std::string& pro
     return {status.value_or(-1), out, err};
 }
 
-// Runs agent-exchange and legacy-agent as real processes on ipc:// paths in a temporary
-// folder of the test's own, with a client (a container of the test process and its
-// directory client) on the exchange. TearDown ends the children (ChildProcesses::endAll).
-class ProcessFixture : public ::testing::Test {
-protected:
-    void SetUp() override {
+// agent-exchange and legacy-agent as real processes on ipc:// paths in a temporary folder of their
+// own. The destructor ends them, agents before exchanges so that each agent can take leave of its
+// exchange (ChildProcesses::endAll fails the test when one does not exit cleanly), and removes the
+// folder. Also what the publisher's end-to-end tests start their exchanges with.
+class Processes {
+public:
+    Processes() {
         char pattern[] = "/tmp/lsp-e2e-XXXXXX";
-        ASSERT_NE(nullptr, ::mkdtemp(pattern));
+        if (::mkdtemp(pattern) == nullptr) throw std::runtime_error("Cannot make a temporary folder");
         folder_ = pattern;
     }
-
-    void TearDown() override {
-        endClient();
-        // Agents before exchanges, so that each agent can take leave of its exchange.
+    ~Processes() {
         agents_.endAll(deadline(15s));
         exchanges_.endAll(deadline(15s));
         std::error_code ignored;
@@ -66,11 +65,14 @@ protected:
     }
     std::string registry() const { return folder_ + "/registry"; }
 
-    // Starts agent-exchange and returns the URL it printed. Throws when it does not say
-    // "listening <url>" in time.
+    // Starts agent-exchange, entered in registry() unless `extra` names another, and returns the
+    // URL it printed. Throws when it does not say "listening <url>" in time.
     std::string startExchange(const std::string& name, const std::string& requested,
                               std::vector<std::string> extra = {}) {
-        extra.insert(extra.begin(), {"--name", name, "--endpoint", requested, "--registry", registry()});
+        if (std::find(extra.begin(), extra.end(), "--registry") == extra.end()) {
+            extra.insert(extra.end(), {"--registry", registry()});
+        }
+        extra.insert(extra.begin(), {"--name", name, "--endpoint", requested});
         return exchanges_.start(AGENT_EXCHANGE_PATH, extra, "listening ").second.substr(10);
     }
     ChildProcess& exchange(std::size_t index = 0) { return exchanges_.at(index); }
@@ -81,6 +83,18 @@ protected:
         return *agents_.start(LEGACY_AGENT_PATH, extra, "ready").first;
     }
 
+protected:
+    std::string folder_;
+
+private:
+    testsupport::ChildProcesses exchanges_;
+    testsupport::ChildProcesses agents_;
+};
+
+// The processes, and a client of the test process (a container and its directory client) on an
+// exchange; members go before the processes.
+class ProcessFixture : public ::testing::Test, protected Processes {
+protected:
     // A directory client of the test process on the exchange at `url` (made on first use).
     agent::directory::DirectoryServiceClient& client(const std::string& url) {
         if (!client_) {
@@ -102,11 +116,7 @@ protected:
         container_.reset();
     }
 
-    std::string folder_;
-
 private:
-    testsupport::ChildProcesses exchanges_;
-    testsupport::ChildProcesses agents_;
     // Before the client: members go in reverse order, and callbacks write to these.
     std::vector<std::unique_ptr<NotificationLog>> logs_;
     std::shared_ptr<agent::core::container::ServiceContainer> container_;

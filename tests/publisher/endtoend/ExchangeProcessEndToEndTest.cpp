@@ -4,7 +4,7 @@
 
 #include "EndToEndFixture.h"
 
-#include "support/ChildProcess.h"
+#include "e2e/ProcessFixture.h"
 
 #include "agent/control/AgentInfo.h"
 #include "agent/control/AgentRegistration.h"
@@ -17,12 +17,10 @@
 #include <gmock/gmock.h>
 
 #include <signal.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -32,18 +30,10 @@ namespace {
 
 using agent::spf::core::APIVersion;
 using agent::spf::servicepublisher::call;
-using testsupport::ChildProcess;
 
-std::chrono::steady_clock::time_point soon() {
-    return std::chrono::steady_clock::now() + kDeadline;
-}
-
-class ExchangeProcessTest : public EndToEndFixture {
+class ExchangeProcessTest : public EndToEndFixture, protected e2e::Processes {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/lsp-publisher-e2e-XXXXXX";
-        ASSERT_NE(nullptr, ::mkdtemp(pattern));
-        folder = pattern;
         foundation::log::addSink(log);
         EndToEndFixture::SetUp();
         for (const char* mode : {"korvexdrive", "desktopservices"}) {
@@ -54,29 +44,13 @@ protected:
         }
     }
 
+    // The processes end after the framework has stopped.
     void TearDown() override {
         EndToEndFixture::TearDown();
         foundation::log::removeSink(log);
-        // Agents before exchanges, so that each agent can take leave of its exchange.
-        agents.endAll(soon());
-        exchanges.endAll(soon());
-        std::error_code ignored;
-        std::filesystem::remove_all(folder, ignored);
     }
 
-    std::string url() const { return "ipc://" + folder + "/exchange.sock"; }
-    std::string registry() const { return folder + "/registry"; }
-
-    // An exchange on url() entered in the registry of `mode` (the test's registry, or `registryRoot`).
-    ChildProcess& startExchange(const std::string& mode, const std::string& registryRoot = "") {
-        return *exchanges
-                    .start(AGENT_EXCHANGE_PATH,
-                           {"--name", "exchange", "--endpoint", url(), "--mode", mode, "--registry",
-                            registryRoot.empty() ? registry() : registryRoot},
-                           "listening ")
-                    .first;
-    }
-    ChildProcess& startLegacyAgent() { return *agents.start(LEGACY_AGENT_PATH, {"--exchange", url()}, "ready").first; }
+    std::string url() const { return endpoint(); }
 
     // The names of the factories published for instances on url(), sorted.
     std::vector<std::string> factoriesOnTheExchange() {
@@ -102,9 +76,6 @@ protected:
     const std::vector<std::string> sampleServices{"Clock", "KeyValueStore", "RawEcho"};
     std::shared_ptr<foundation::log::capture_sink> log =
         std::make_shared<foundation::log::capture_sink>("agent::spf::legacyservicepublisher");
-    std::string folder;
-    testsupport::ChildProcesses agents;
-    testsupport::ChildProcesses exchanges;
 };
 
 struct Way {
@@ -115,21 +86,20 @@ struct Way {
 class FindingTheExchangeTest : public ExchangeProcessTest, public ::testing::WithParamInterface<Way> {};
 
 TEST_P(FindingTheExchangeTest, EveryInstanceOnItIsPublishedOnceAndCallable) {
-    startExchange(GetParam().mode);
-    startLegacyAgent();
+    startExchange("exchange", url(), {"--mode", GetParam().mode});
+    startLegacyAgent(url());
     const std::string endpoint = GetParam().endpoint ? GetParam().endpoint : url();
     configure("agents", {endpoint}, {{"e2e.Sum", 1, "sum"}});
     agent::spf::core::ServiceInterface sum("e2e.Sum", APIVersion(1, 1));
     sum.addMethod("add", [](std::int64_t a, std::int64_t b) { return a + b; });
     publisherService()->publishService(sum);
 
-    // The publisher's own service and the agent's alike, each once.
+    // The publisher's own service and the agent's alike, each once; a call on each road there (the
+    // agent's Avro in parts and its raw bytes, the publisher's own): legacy-agent's suite has the rest.
     ASSERT_TRUE(eventuallyPublished({"Clock", "KeyValueStore", "RawEcho", "e2e.Sum"}));
     auto store = getInvokable("KeyValueStore", 1);
     call<void>(*store, "put", kCallTimeout, std::string("colour"), std::string("teal")).get();
     EXPECT_EQ("teal", call<std::string>(*store, "get", kCallTimeout, std::string("colour")).get());
-    EXPECT_THAT((call<std::vector<std::string>>(*store, "keys", kCallTimeout).get()), ::testing::ElementsAre("colour"));
-    EXPECT_EQ("tick", call<std::string>(*getInvokable("Clock", 1), "echo", kCallTimeout, std::string("tick")).get());
     const std::vector<std::uint8_t> raw{0, 1, 2, 255};
     EXPECT_EQ(raw, call<std::vector<std::uint8_t>>(*getInvokable("RawEcho", 1), "echo", kCallTimeout, raw).get());
     EXPECT_EQ(5, call<std::int64_t>(*getInvokable("e2e.Sum", 1), "add", kCallTimeout, std::int64_t{2}, std::int64_t{3})
@@ -148,26 +118,26 @@ TEST_F(ExchangeProcessTest, AnExchangeThatStopsIsTornDownVetoedOnceAndPublishedA
     // The registry keeps listing the exchange while it restarts: the entry is the test's own.
     const agent::control::AgentRegistration entry(
         registry(), agent::control::AgentInfo("host", url(), ::getpid(), agent::control::AgentMode::DesktopServices));
-    auto& exchange = startExchange("desktopservices", folder + "/elsewhere");
-    startLegacyAgent();
+    startExchange("exchange", url(), {"--mode", "desktopservices", "--registry", folder_ + "/elsewhere"});
+    startLegacyAgent(url());
     configure("agents", {"norbridgeServiceHostDiscovery"}, {});
     ASSERT_TRUE(eventuallyPublished(sampleServices));
 
-    exchange.signal(SIGTERM);
-    ASSERT_TRUE(exchange.waitForExit(soon()));
+    exchange().signal(SIGTERM);
+    ASSERT_TRUE(exchange().waitForExit(e2e::deadline()));
     ASSERT_TRUE(eventuallyPublished({}));
     EXPECT_TRUE(testsupport::WaitFor(
         [&] { return logged("AgentConnection to " + url() + " vetoed once as it has just shutdown.") == 1; },
         kDeadline));
     EXPECT_EQ(1u, logged("Forcing teardown of exchange endpoint: " + url()));
 
-    startExchange("desktopservices", folder + "/elsewhere");
+    startExchange("exchange", url(), {"--mode", "desktopservices", "--registry", folder_ + "/elsewhere"});
     EXPECT_TRUE(eventuallyPublished(sampleServices));
 }
 
 TEST_F(ExchangeProcessTest, AKilledExchangeFailsCallsInFlightAtOnceAndLeavesNoFactoryBehind) {
-    auto& exchange = startExchange("desktopservices");
-    startLegacyAgent();
+    startExchange("exchange", url(), {"--mode", "desktopservices"});
+    startLegacyAgent(url());
     auto gate = std::make_shared<Gate>();
     configure("agents", {url()}, {{"e2e.Slow", 1, "slow"}});
     agent::spf::core::ServiceInterface slow("e2e.Slow", APIVersion(1));
@@ -182,8 +152,8 @@ TEST_F(ExchangeProcessTest, AKilledExchangeFailsCallsInFlightAtOnceAndLeavesNoFa
     const auto slowInvokable = getInvokable("e2e.Slow", 1);
     auto inFlight = call<std::int32_t>(*slowInvokable, "wait", kCallTimeout);
     ASSERT_TRUE(gate->waitForPassers(1));
-    exchange.signal(SIGKILL);
-    ASSERT_TRUE(exchange.waitForExit(soon()));
+    exchange().signal(SIGKILL);
+    ASSERT_TRUE(exchange().waitForExit(e2e::deadline()));
 
     // The reply cannot come while the gate is shut: a failure now is the lost connection's.
     ASSERT_EQ(std::future_status::ready, inFlight.wait_for(kDeadline));
