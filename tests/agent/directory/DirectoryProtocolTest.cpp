@@ -74,7 +74,10 @@ TEST(DirectoryProtocolTest, MalformedRepliesAndNotificationsAreRefusedWithExactT
     EXPECT_EQ(failure([] { decodeNotification(bytes(plus({1, 7}, 24))); }), "Directory message is truncated");
 }
 
-TEST(DirectoryProtocolTest, EveryMessageSurvivesTheRoundTrip) {
+// Most fields lost on the way show in calls through a real exchange (DirectoryServiceClientTest,
+// tests/e2e); here the registration, whose four-part version those never use, and what nothing
+// there reads: a subscriber's node and the answer that nothing was found.
+TEST(DirectoryProtocolTest, RegistrationsSubscriberNodesAndEmptyLookupsSurviveTheRoundTrip) {
     directoryinterfaces::ServiceInstanceInfo info = testing::instance("KeyValue", {{"spf.wireFormat", "avro"}}, randomId());
     info.version = core::serviceutils::APIVersion(2, 1, 3, 4);
     info.methods["get"] = core::transport::Address(randomId());
@@ -87,30 +90,10 @@ TEST(DirectoryProtocolTest, EveryMessageSurvivesTheRoundTrip) {
     EXPECT_EQ(registered.methods, info.methods);
     EXPECT_EQ(registered.node, info.node);
 
-    SubscribeRequest subscribe{core::transport::Address(randomId()), randomId(), true, std::string("Key*"),
-                               Metadata{{"a", "b"}}};
-    auto back = boost::get<SubscribeRequest>(decodeRequest(encode(Request(subscribe))));
-    EXPECT_EQ(back.callback, subscribe.callback);
-    EXPECT_EQ(back.node, subscribe.node);
-    EXPECT_TRUE(back.retrospectively);
-    EXPECT_EQ(back.serviceName, subscribe.serviceName);
-    EXPECT_TRUE(back.metadata == subscribe.metadata);
-
-    auto query = boost::get<QueryRequest>(decodeRequest(encode(Request(QueryRequest{"*", boost::none}))));
-    EXPECT_EQ(query.pattern, "*");
-    EXPECT_FALSE(query.metadata);
-
-    const std::vector<boost::uuids::uuid> ids = {randomId(), randomId()};
-    EXPECT_EQ(boost::get<UuidsReply>(decodeReply(encode(Reply(UuidsReply{ids})))).instances, ids);
+    SubscribeRequest subscribe{core::transport::Address(randomId()), randomId(), true, boost::none, boost::none};
+    EXPECT_EQ(boost::get<SubscribeRequest>(decodeRequest(encode(Request(subscribe)))).node, subscribe.node);
     EXPECT_FALSE(boost::get<FoundReply>(decodeReply(encode(Reply(FoundReply{})))).instance);
     EXPECT_EQ(boost::get<FoundReply>(decodeReply(encode(Reply(FoundReply{info})))).instance->methods, info.methods);
-
-    NotificationMessage n{randomId(), 42, directoryinterfaces::ServiceStoppedNotification{"Clock", randomId()}};
-    auto decoded = decodeNotification(encode(n));
-    EXPECT_EQ(decoded.subscription, n.subscription);
-    EXPECT_EQ(decoded.sequence, 42u);
-    EXPECT_EQ(boost::get<directoryinterfaces::ServiceStoppedNotification>(decoded.notification),
-              boost::get<directoryinterfaces::ServiceStoppedNotification>(n.notification));
 }
 
 TEST(DirectoryProtocolTest, EveryTruncationOfAValidMessageIsRefused) {
