@@ -16,7 +16,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
 namespace publishertest {
 
@@ -31,7 +30,7 @@ public:
         addMethod("report", [this](const Message& request) {
             const auto parts = wrapper::MultipartFraming::splitParts(request, 2);
             auto callback = callbacks_.adopt(*getTransport(), value<agent::spf::core::ExportedCallbackReference>(request, parts[0]));
-            set(last_, callback);
+            std::atomic_store(&last_, callback);
             const auto count = value<std::int32_t>(request, parts[1]);
             for (std::int32_t i = 0; i < count; ++i) callback->invoke<std::int32_t>(std::string("step"), i);
             return replyWith(count);
@@ -53,8 +52,8 @@ public:
         addMethod(agent::spf::core::kCallbackRemovalMethodUUID, callbacks_.removalMethod());
     }
 
-    std::shared_ptr<wrapper::ReceivedCallback> lastCallback() const { return get(last_); }
-    std::shared_ptr<wrapper::ReceivedStream> lastStream() const { return get(lastStream_); }
+    std::shared_ptr<wrapper::ReceivedCallback> lastCallback() const { return std::atomic_load(&last_); }
+    std::shared_ptr<wrapper::ReceivedStream> lastStream() const { return std::atomic_load(&lastStream_); }
 
 private:
     template <class T>
@@ -75,22 +74,11 @@ private:
                                                             const Part& part) {
         auto stream = std::make_shared<wrapper::ReceivedStream>(
             *getTransport(), value<agent::spf::core::ExportedStreamReference>(request, part));
-        set(lastStream_, stream);
+        std::atomic_store(&lastStream_, stream);
         return stream;
     }
-    template <class T>
-    void set(std::shared_ptr<T>& member, std::shared_ptr<T> value) {
-        std::lock_guard<std::mutex> lock(lastMutex_);
-        member = std::move(value);
-    }
-    template <class T>
-    std::shared_ptr<T> get(const std::shared_ptr<T>& member) const {
-        std::lock_guard<std::mutex> lock(lastMutex_);
-        return member;
-    }
-
     wrapper::ReceivedCallbacks callbacks_;
-    mutable std::mutex lastMutex_;  // guards last_ and lastStream_
+    // Written by the service's handlers, read by the test: only through std::atomic_load and std::atomic_store.
     std::shared_ptr<wrapper::ReceivedCallback> last_;
     std::shared_ptr<wrapper::ReceivedStream> lastStream_;
 };

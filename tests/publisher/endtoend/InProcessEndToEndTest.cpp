@@ -7,6 +7,7 @@
 #include "EndToEndFixture.h"
 
 #include "support/NotificationLog.h"
+#include "support/Thrown.h"
 
 #include "agent/spf/core/ExportedCallback.h"
 #include "agent/spf/core/ExportedDataSink.h"
@@ -39,6 +40,7 @@ namespace {
 using agent::spf::core::APIVersion;
 using agent::spf::core::ServiceInterface;
 using agent::spf::servicepublisher::call;
+using testsupport::Thrown;
 using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 
@@ -84,16 +86,6 @@ protected:
         EndToEndFixture::TearDown();
     }
 
-    // Started by the test itself on the in-process exchange, not by the publisher; returns the
-    // invokable the publisher made for it.
-    std::shared_ptr<agent::spf::core::Invokable> startCallbackService() {
-        callbackClient = service<agent::spf::inprocessdiscovery::InProcessDiscovery>()->getFrameworkDiscoveryService(0);
-        callbackService = std::make_shared<CallbackService>(service<agent::spf::serialisation::SerialisationCatalogue>());
-        EXPECT_TRUE(callbackService->start({{}, callbackClient->getAssociatedContext()}));
-        EXPECT_TRUE(waitForFactories("e2e.Callbacks", 1, 1));
-        return getInvokable("e2e.Callbacks", 1);
-    }
-
     template <class T>
     void expectEcho(const std::string& method, T value) {
         auto result = call<T>(*invokable, method, kCallTimeout, value);
@@ -103,6 +95,7 @@ protected:
 
     std::shared_ptr<Gate> gate = std::make_shared<Gate>();
     std::shared_ptr<agent::spf::core::Invokable> invokable;
+    // A native service the test starts itself on the in-process exchange; the publisher makes its invokable.
     std::unique_ptr<agent::directory::DirectoryServiceClient> callbackClient;
     std::shared_ptr<CallbackService> callbackService;
 };
@@ -175,15 +168,7 @@ TEST_F(InProcessEndToEndTest, RemovingTheConfigurationStopsTheServiceAndEveryCal
     ASSERT_TRUE(waitForFactories("e2e.Echo", 1, 0));
     // The withdrawn factory's invokables are cleaned up next: a late call is refused.
     ASSERT_TRUE(testsupport::WaitFor(
-        [this] {
-            try {
-                invokable->getSupportedNames();
-                return false;
-            } catch (const std::runtime_error&) {
-                return true;
-            }
-        },
-        kDeadline));
+        [this] { return Thrown<std::runtime_error>([&] { invokable->getSupportedNames(); }).has_value(); }, kDeadline));
     auto late = call<std::int32_t>(*invokable, "int32", kCallTimeout, std::int32_t{1});
     ASSERT_EQ(std::future_status::ready, late.wait_for(kDeadline));
     EXPECT_THAT([&] { late.get(); }, ThrowsMessage<std::runtime_error>("Service is no longer valid"));
@@ -194,10 +179,16 @@ TEST_F(InProcessEndToEndTest, RemovingTheConfigurationStopsTheServiceAndEveryCal
 }
 
 // The service calls an exported callback; the client removes it (the service hears of it and its
-// next call finds it gone), or the service removes another (the client sees it inactive).
-TEST_F(InProcessEndToEndTest, AnExportedCallbackIsCalledByTheServiceAndEitherSideMayRemoveIt) {
-    auto callbacks = startCallbackService();
-    ASSERT_TRUE(callbacks);
+// next call finds it gone), or the service removes another (the client sees it inactive). The
+// service reads a source of more than one read's worth and writes a sink it closes; a sink it
+// keeps open takes its writes until the invokable is cleaned up (here because the service stopped
+// and its factory went), though the client still holds it.
+TEST_F(InProcessEndToEndTest, AServiceCallsExportedCallbacksAndUsesExportedStreamsUntilEitherSideEndsThem) {
+    callbackClient = service<agent::spf::inprocessdiscovery::InProcessDiscovery>()->getFrameworkDiscoveryService(0);
+    callbackService = std::make_shared<CallbackService>(service<agent::spf::serialisation::SerialisationCatalogue>());
+    ASSERT_TRUE(callbackService->start({{}, callbackClient->getAssociatedContext()}));
+    ASSERT_TRUE(waitForFactories("e2e.Callbacks", 1, 1));
+    const auto callbacks = getInvokable("e2e.Callbacks", 1);
     std::vector<std::string> seen;
     std::mutex seenMutex;  // guards seen
     auto progress = agent::spf::core::ExportedCallback::make([&](std::string step, std::int32_t percent) {
@@ -218,14 +209,7 @@ TEST_F(InProcessEndToEndTest, AnExportedCallbackIsCalledByTheServiceAndEitherSid
     EXPECT_EQ(1, call<std::int32_t>(*callbacks, "report", kCallTimeout, second, std::int32_t{1}).get());
     callbackService->lastCallback()->remove();
     EXPECT_TRUE(testsupport::WaitFor([&] { return !second.getSharedState()->isActive(); }, kDeadline));
-}
 
-// The service reads a source of more than one read's worth and writes a sink it closes; a sink
-// it keeps open takes its writes until the invokable is cleaned up (here because the service
-// stopped and its factory went), though the client still holds it.
-TEST_F(InProcessEndToEndTest, AServiceReadsADataSourceAndWritesADataSinkUntilItClosesItOrTheInvokableIsCleanedUp) {
-    auto streams = startCallbackService();
-    ASSERT_TRUE(streams);
     using agent::spf::core::ExportedDataSink;
     using agent::spf::core::ExportedDataSource;
     std::string text;
@@ -233,13 +217,13 @@ TEST_F(InProcessEndToEndTest, AServiceReadsADataSourceAndWritesADataSinkUntilItC
     auto in = std::make_shared<std::istringstream>(text);
     auto out = std::make_shared<std::ostringstream>();
     EXPECT_EQ(static_cast<std::int64_t>(text.size()),
-              call<std::int64_t>(*streams, "copy", kCallTimeout, ExportedDataSource(in), ExportedDataSink(out)).get());
+              call<std::int64_t>(*callbacks, "copy", kCallTimeout, ExportedDataSource(in), ExportedDataSink(out)).get());
     EXPECT_TRUE(text == out->str());
     EXPECT_EQ(1, out.use_count()) << "the closed sink is still held";
     EXPECT_THROW(callbackService->lastStream()->write("closed"), std::runtime_error);
 
     auto kept = std::make_shared<std::ostringstream>();
-    EXPECT_TRUE(call<bool>(*streams, "keep", kCallTimeout, ExportedDataSink(kept)).get());
+    EXPECT_TRUE(call<bool>(*callbacks, "keep", kCallTimeout, ExportedDataSink(kept)).get());
     callbackService->lastStream()->write("later");
     EXPECT_EQ("later", kept->str());
     callbackService->stop();
