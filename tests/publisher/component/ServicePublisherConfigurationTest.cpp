@@ -1,4 +1,5 @@
-// Factory configurations: their keys, parsing, bad elements and the modification count.
+// Factory configurations: parsing, bad elements and the modification count. The key a pid gives
+// shows in spf-host's configs and status lines (spfhost suite).
 
 #include "ServicePublisherFixture.h"
 
@@ -39,19 +40,6 @@ protected:
         return ids;
     }
 };
-
-TEST_F(ConfigurationParsingTest, APidOfThirtyOneOrMoreCharactersLosesExactlyItsFirstThirtyForItsKey) {
-    // A fixed cut: a separator elsewhere is not looked for.
-    const std::pair<std::string, std::string> rows[] = {
-        {"qz.spf.legacyservicepublisher~demo", "demo"}, {"abc", "abc"}, {"", ""},
-        {std::string(30, 'p'), std::string(30, 'p')}, {std::string(30, 'p') + "k", "k"},
-        {"short.factory~instance-name-that-is-long", "at-is-long"}, {"qz.spf.legacyservicepublisher~~x", "~x"},
-    };
-    for (const auto& [pid, key] : rows) {
-        publisher->Updated(pid, configuration(1, {}));
-        EXPECT_EQ(1u, Access::configurations(*publisher).count(key)) << pid;
-    }
-}
 
 TEST_F(ConfigurationParsingTest, OnlyAHigherCountReplacesAndAChangeOrRemovalGivesFailedEndpointsANewChance) {
     // Each row: the count given (none: absent), whether it replaces what is stored, the count kept;
