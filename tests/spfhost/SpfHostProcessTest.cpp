@@ -53,34 +53,10 @@ std::filesystem::path demoConfiguration() {
     return folder;
 }
 
-TEST(SpfHostProcessTest, ItsExchangeIsInTheRegistryWhileItRunsAndItStopsCleanlyOnSigterm) {
-    const auto folder = demoConfiguration();
-
-    const auto registry = folder / "registry";
-    const auto socket = folder / "host.ipc";
-    ChildProcess host(SPF_HOST_PATH,
-                      {"--config-dir", folder.string(), "--log-level", "info", "--registry", registry.string(), "--name",
-                       "test-host", "--listen", "ipc://" + socket.string()},
-                      ChildProcess::Stderr::Capture);
-    EXPECT_EQ("ready", host.readLine(soon()).value_or("(no line)"));
-    // Other processes find the host's exchange in the registry while it runs.
-    const auto agents = agent::control::enumerateAllRunningAgents(registry, 0);
-    ASSERT_EQ(1u, agents.size());
-    EXPECT_EQ("test-host", agents[0].getName());
-    EXPECT_EQ("ipc://" + socket.string(), agents[0].getExchange());
-    host.signal(SIGTERM);
-    const auto status = host.waitForExit(soon());
-    ASSERT_TRUE(status);
-    EXPECT_EQ("exit status 0", ChildProcess::describe(*status));
-    const auto log = host.readRemainingStderr(soon());
-    EXPECT_THAT(log, HasSubstr("Stopping on Terminated"));
-    EXPECT_TRUE(agent::control::enumerateAllRunningAgents(registry, 0).empty());
-    std::filesystem::remove_all(folder);
-}
-
 // The console's commands through --exec and through the control socket: results, and one line
-// for each command that fails, with the exit status saying whether all succeeded.
-TEST(SpfHostProcessTest, ConsoleCommandsAnswerThroughExecAndTheControlSocket) {
+// for each command that fails, with the exit status saying whether all succeeded. While the host
+// runs, its exchange is in the agent registry; SIGTERM stops it cleanly and takes both away.
+TEST(SpfHostProcessTest, ConsoleCommandsAnswerThroughExecAndTheControlSocketOfAHostThatStopsCleanlyOnSigterm) {
     const auto folder = demoConfiguration();
     const struct {
         const char* command;
@@ -126,9 +102,15 @@ TEST(SpfHostProcessTest, ConsoleCommandsAnswerThroughExecAndTheControlSocket) {
         "serviceConfigurations": [
             {"name": "demo.Text", "version": {"major": 1}, "requestedProperties": {}, "uniqueID": "far"}]})";
     const auto control = (folder / "host.control").string();
-    ChildProcess host(SPF_HOST_PATH,
-                      {"--config-dir", folder.string(), "--no-listen", "--control", control, "--log-level", "error"});
+    const auto registry = folder / "registry";
+    const auto socket = "ipc://" + (folder / "host.ipc").string();
+    ChildProcess host(SPF_HOST_PATH, {"--config-dir", folder.string(), "--control", control, "--log-level", "error",
+                                      "--registry", registry.string(), "--name", "test-host", "--listen", socket});
     ASSERT_EQ("ready", host.readLine(soon()).value_or("(no line)"));
+    const auto agents = agent::control::enumerateAllRunningAgents(registry, 0);
+    ASSERT_EQ(1u, agents.size());
+    EXPECT_EQ("test-host", agents[0].getName());
+    EXPECT_EQ(socket, agents[0].getExchange());
     for (const auto& [command, answer, exitStatus] :
          {std::make_tuple(std::vector<std::string>{"wait", "demo.Text"}, "is published", 0),
           std::make_tuple(std::vector<std::string>{"call", "demo.Text", "upper", "\"two words\""}, "\"TWO WORDS\"", 0),
@@ -155,8 +137,11 @@ TEST(SpfHostProcessTest, ConsoleCommandsAnswerThroughExecAndTheControlSocket) {
     EXPECT_EQ(std::filesystem::perms::owner_all,
               std::filesystem::status(control).permissions() & std::filesystem::perms::all) << "owner only";
     host.signal(SIGTERM);
-    ASSERT_TRUE(host.waitForExit(soon()));
+    const auto hostStatus = host.waitForExit(soon());
+    ASSERT_TRUE(hostStatus);
+    EXPECT_EQ("exit status 0", ChildProcess::describe(*hostStatus));
     EXPECT_FALSE(std::filesystem::exists(control));
+    EXPECT_TRUE(agent::control::enumerateAllRunningAgents(registry, 0).empty());
     std::filesystem::remove_all(folder);
 }
 
