@@ -49,11 +49,6 @@ std::map<std::string, std::string> withSignatures(std::map<std::string, std::str
 
 Message bytes(const std::string& text) { return Message(text.data(), text.size()); }
 
-// "<verb> KeyValueStore", "<verb> Clock", "<verb> RawEcho": what a subscriber sees of one agent.
-auto everyService(const std::string& verb) {
-    return UnorderedElementsAre(verb + " KeyValueStore", verb + " Clock", verb + " RawEcho");
-}
-
 // A multipart request or reply put together by hand: each part's 8-byte big-endian size,
 // then its bytes.
 std::string framed(const std::vector<std::string>& parts) {
@@ -220,7 +215,8 @@ TEST_P(LegacyAgentStopTest, StoppedAgentsServicesAreReportedStoppedAndLeaveTheDi
     if (!GetParam().exchangeGone) {
         const auto entries = log.waitFor(3);
         ASSERT_EQ(entries.size(), 3u);
-        EXPECT_THAT(NotificationLog::lines(entries), everyService("stopped"));
+        EXPECT_THAT(NotificationLog::lines(entries),
+                    UnorderedElementsAre("stopped KeyValueStore", "stopped Clock", "stopped RawEcho"));
         record("stoppedNotificationsAfterSignalMs", "stopped notifications after the signal", signalled);
         EXPECT_EQ(directory().queryDirectoryForServiceUUIDs("*").size(), 1u);
     }
@@ -237,20 +233,17 @@ INSTANTIATE_TEST_SUITE_P(Signals, LegacyAgentStopTest,
                                     (info.param.exchangeGone ? "WithoutItsExchange" : "");
                          });
 
-// The exchange stopped cleanly (SIGTERM) or crashed (SIGKILL, leaving its socket file and
-// registry entry behind), then started again on the same endpoint: the agent enters fresh
-// instances, the old ones having gone with the old directory.
-class LegacyAgentRestartTest : public LegacyAgentTest, public ::testing::WithParamInterface<int> {};
-
-TEST_P(LegacyAgentRestartTest, RestartedExchangeGetsTheAgentsServicesBackWithTheStoreIntact) {
+// The exchange crashed (SIGKILL, leaving its socket file and registry entry behind), then started
+// again on the same endpoint: the agent enters fresh instances, the old ones having gone with the
+// old directory. After a clean stop the agent's services come back to the publisher's
+// exchange-process suite.
+TEST_F(LegacyAgentTest, ExchangeRestartedAfterACrashGetsTheAgentsServicesBackWithTheStoreIntact) {
     auto& agent = startLegacyAgent(url_);
     EXPECT_EQ(call(find("KeyValueStore"), "put", avro("kept"s, "across restarts"s)), kNoResult);
     const auto before = directory().queryDirectoryForServicesMatchingMetadata("*", kMajorOne);
     endClient();
-    exchange().signal(GetParam());
-    const auto status = exchange().waitForExit(deadline());
-    ASSERT_TRUE(status);
-    EXPECT_EQ(ChildProcess::describe(*status), GetParam() == SIGKILL ? "killed by signal 9" : "exit status 0");
+    exchange().signal(SIGKILL);
+    ASSERT_TRUE(exchange().waitForExit(deadline()));
     const auto restarted = Clock::now();
     ASSERT_EQ(startExchange("e2e", endpoint()), url_);
     ASSERT_TRUE(testsupport::WaitFor(
@@ -263,9 +256,6 @@ TEST_P(LegacyAgentRestartTest, RestartedExchangeGetsTheAgentsServicesBackWithThe
         EXPECT_EQ(std::count(before.begin(), before.end(), instance), 0);
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Stops, LegacyAgentRestartTest, ::testing::Values(SIGTERM, SIGKILL),
-                         [](const auto& info) { return info.param == SIGKILL ? "Killed" : "Terminated"; });
 
 TEST_F(LegacyAgentTest, ConcurrentClientsOnEightThreadsEachFindTheirOwnEntries) {
     startLegacyAgent(url_);
