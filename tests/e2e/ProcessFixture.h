@@ -14,7 +14,6 @@
 #include <signal.h>
 #include <stdlib.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -65,14 +64,11 @@ public:
     }
     std::string registry() const { return folder_ + "/registry"; }
 
-    // Starts agent-exchange, entered in registry() unless `extra` names another, and returns the
-    // URL it printed. Throws when it does not say "listening <url>" in time.
+    // Starts agent-exchange entered in registry() and returns the URL it printed. Throws when it
+    // does not say "listening <url>" in time.
     std::string startExchange(const std::string& name, const std::string& requested,
                               std::vector<std::string> extra = {}) {
-        if (std::find(extra.begin(), extra.end(), "--registry") == extra.end()) {
-            extra.insert(extra.end(), {"--registry", registry()});
-        }
-        extra.insert(extra.begin(), {"--name", name, "--endpoint", requested});
+        extra.insert(extra.begin(), {"--name", name, "--endpoint", requested, "--registry", registry()});
         return exchanges_.start(AGENT_EXCHANGE_PATH, extra, "listening ").second.substr(10);
     }
     ChildProcess& exchange(std::size_t index = 0) { return exchanges_.at(index); }

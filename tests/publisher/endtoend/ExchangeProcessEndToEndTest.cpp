@@ -78,8 +78,9 @@ protected:
         std::make_shared<foundation::log::capture_sink>("agent::spf::legacyservicepublisher");
 };
 
+// A literal url is the killed-exchange case's way.
 struct Way {
-    const char* endpoint;  // nullptr: the exchange's own url, literally
+    const char* endpoint;
     const char* mode;
 };
 
@@ -88,8 +89,7 @@ class FindingTheExchangeTest : public ExchangeProcessTest, public ::testing::Wit
 TEST_P(FindingTheExchangeTest, EveryInstanceOnItIsPublishedOnceAndCallable) {
     startExchange("exchange", url(), {"--mode", GetParam().mode});
     startLegacyAgent(url());
-    const std::string endpoint = GetParam().endpoint ? GetParam().endpoint : url();
-    configure("agents", {endpoint}, {{"e2e.Sum", 1, "sum"}});
+    configure("agents", {GetParam().endpoint}, {{"e2e.Sum", 1, "sum"}});
     agent::spf::core::ServiceInterface sum("e2e.Sum", APIVersion(1, 1));
     sum.addMethod("add", [](std::int64_t a, std::int64_t b) { return a + b; });
     publisherService()->publishService(sum);
@@ -107,18 +107,17 @@ TEST_P(FindingTheExchangeTest, EveryInstanceOnItIsPublishedOnceAndCallable) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, FindingTheExchangeTest,
-                         ::testing::Values(Way{nullptr, "desktopservices"},
-                                           Way{"norbridgeServiceHostDiscovery", "desktopservices"},
+                         ::testing::Values(Way{"norbridgeServiceHostDiscovery", "desktopservices"},
                                            Way{"korvexConnectorDiscovery", "korvexdrive"}),
                          [](const auto& info) {
-                             return std::string(info.param.endpoint ? info.param.endpoint : "literal");
+                             return std::string(info.param.endpoint);
                          });
 
 TEST_F(ExchangeProcessTest, AnExchangeThatStopsIsTornDownVetoedOnceAndPublishedAgainOnceBack) {
-    // The registry keeps listing the exchange while it restarts: the entry is the test's own.
+    // The registry keeps listing the exchange while it restarts: the first entry is the test's own.
     const agent::control::AgentRegistration entry(
         registry(), agent::control::AgentInfo("host", url(), ::getpid(), agent::control::AgentMode::DesktopServices));
-    startExchange("exchange", url(), {"--mode", "desktopservices", "--registry", folder_ + "/elsewhere"});
+    startExchange("exchange", url(), {"--mode", "desktopservices"});
     startLegacyAgent(url());
     configure("agents", {"norbridgeServiceHostDiscovery"}, {});
     ASSERT_TRUE(eventuallyPublished(sampleServices));
@@ -131,7 +130,7 @@ TEST_F(ExchangeProcessTest, AnExchangeThatStopsIsTornDownVetoedOnceAndPublishedA
         kDeadline));
     EXPECT_EQ(1u, logged("Forcing teardown of exchange endpoint: " + url()));
 
-    startExchange("exchange", url(), {"--mode", "desktopservices", "--registry", folder_ + "/elsewhere"});
+    startExchange("exchange", url(), {"--mode", "desktopservices"});
     EXPECT_TRUE(eventuallyPublished(sampleServices));
 }
 
