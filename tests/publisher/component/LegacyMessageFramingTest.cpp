@@ -3,6 +3,8 @@
 
 #include "LegacyMessageFraming.h"
 
+#include "support/Thrown.h"
+
 #include "agent/spf/serialisation/avro/Avro.h"
 
 #include <gtest/gtest.h>
@@ -25,29 +27,27 @@ class LegacyMessageFramingTest : public ::testing::Test {
 protected:
     LegacyMessageFramingTest() { agent::spf::serialisation::registerAvroTypes(catalogue); }
 
-    // The int32 a reply holds, or the text of its refusal.
-    std::string read(const Bytes& reply, bool multipart = true) const {
+    // The int32 a reply holds.
+    std::int32_t read(const Bytes& reply, bool multipart = true) const {
         const Message message(reply);
         const auto reader = catalogue.getDeserialiser(avroContentType, typeid(std::int32_t));
-        try {
-            const auto value = LegacyMessageFraming::readReply(message.makeView(0, message.size()), reader, multipart);
-            return std::to_string(value.get<std::int32_t>(0));
-        } catch (const std::runtime_error& e) {
-            return e.what();
-        }
+        return LegacyMessageFraming::readReply(message.makeView(0, message.size()), reader, multipart).get<std::int32_t>(0);
+    }
+    std::string refusal(const Bytes& reply) const {
+        return testsupport::ThrownText<std::runtime_error>([&] { read(reply); });
     }
 
     agent::spf::serialisation::SerialisationCatalogue catalogue;
 };
 
 TEST_F(LegacyMessageFramingTest, AReplysFirstPartIsReadAndMalformedRepliesAreRefusedWithTheirSizes) {
-    EXPECT_EQ("5", read({0, 0, 0, 0, 0, 0, 0, 1, 0x0a})) << "a part that fills the reply exactly";
-    EXPECT_EQ("5", read({0, 0, 0, 0, 0, 0, 0, 1, 0x0a, 0xff, 0xff})) << "what follows the first part is ignored";
-    EXPECT_EQ("5", read({0x0a}, false));
-    EXPECT_EQ("Invalid message - buffer too small 7 < 8", read(Bytes(7, 0)));
+    EXPECT_EQ(5, read({0, 0, 0, 0, 0, 0, 0, 1, 0x0a})) << "a part that fills the reply exactly";
+    EXPECT_EQ(5, read({0, 0, 0, 0, 0, 0, 0, 1, 0x0a, 0xff, 0xff})) << "what follows the first part is ignored";
+    EXPECT_EQ(5, read({0x0a}, false));
+    EXPECT_EQ("Invalid message - buffer too small 7 < 8", refusal(Bytes(7, 0)));
     const std::string tooLarge = "Invalid message - reported data size larger than buffer (2) ";
-    EXPECT_EQ(tooLarge + "9 < 108", read({0, 0, 0, 0, 0, 0, 0, 100, 1}));
-    EXPECT_EQ(tooLarge + "8 < more than 2^64", read(Bytes(8, 0xff)));
+    EXPECT_EQ(tooLarge + "9 < 108", refusal({0, 0, 0, 0, 0, 0, 0, 100, 1}));
+    EXPECT_EQ(tooLarge + "8 < more than 2^64", refusal(Bytes(8, 0xff)));
 }
 
 // Its serialiser hands it over in several chunks.
