@@ -74,8 +74,6 @@ public:
     }
     ~RawPeer() { nng_close(socket_); }
 
-    const boost::uuids::uuid& node() const { return node_; }
-
     // Sends raw body bytes with the request word in the header.
     void sendBody(const std::vector<std::uint8_t>& body) {
         nng_msg* msg = nullptr;
