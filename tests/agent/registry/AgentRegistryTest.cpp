@@ -2,26 +2,49 @@
 #include "agent/control/AgentRegistration.h"
 #include "agent/control/AgentRegistry.h"
 
-#include "agent/registry/RegistryTestSupport.h"
+#include "agent/TemporaryFolder.h"
+#include "support/Barrier.h"
 
 #include "foundation/log/CaptureSink.h"
 #include "foundation/log/Sink.h"
 
 #include <gtest/gtest.h>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <fstream>
 #include <memory>
 #include <thread>
 #include <vector>
 
+extern char** environ;
+
 namespace agent::control {
 namespace {
 
-using testing::deadProcessID;
-using testing::TemporaryFolder;
-using testing::writeFile;
+using agent::testing::TemporaryFolder;
+
+void writeFile(const std::filesystem::path& path, const std::string& content) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+    ASSERT_TRUE(out.good()) << path;
+}
+
+// The process ID of a process that ran /bin/true and has been reaped: nobody owns it
+// until the kernel hands it out again, which takes a full turn of the PID space.
+pid_t deadProcessID() {
+    pid_t pid = 0;
+    char program[] = "/bin/true";
+    char* argv[] = {program, nullptr};
+    EXPECT_EQ(::posix_spawn(&pid, program, nullptr, nullptr, argv, environ), 0);
+    int status = 0;
+    EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+    return pid;
+}
 
 // A record file as another writer would leave it.
 std::string record(const std::string& name, pid_t pid, long long registered) {

@@ -3,23 +3,54 @@
 #include "korvexconnector/serviceprocess/DesktopServicesRealm.h"
 #include "korvexconnector/serviceprocess/FolderLocations.h"
 
-#include "agent/registry/RegistryTestSupport.h"
+#include "agent/TemporaryFolder.h"
 
 #include "foundation/log/CaptureSink.h"
 #include "foundation/log/Sink.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <memory>
 #include <stdexcept>
+#include <string>
 
 namespace agent::utils {
 namespace {
 
 using ConnectorLocations = korvexconnector::serviceprocess::FolderLocations;
 using korvexconnector::serviceprocess::DesktopServicesRealm;
-using control::testing::ScopedEnvironment;
-using control::testing::TemporaryFolder;
+using agent::testing::TemporaryFolder;
+
+// Sets or unsets an environment variable for one scope and puts the old value back.
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(const char* name, const char* value) : name_(name) {
+        if (const char* old = std::getenv(name)) {
+            old_ = old;
+            hadOld_ = true;
+        }
+        if (value != nullptr) {
+            ::setenv(name, value, 1);
+        } else {
+            ::unsetenv(name);
+        }
+    }
+    ~ScopedEnvironment() {
+        if (hadOld_) {
+            ::setenv(name_.c_str(), old_.c_str(), 1);
+        } else {
+            ::unsetenv(name_.c_str());
+        }
+    }
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
+private:
+    std::string name_;
+    std::string old_;
+    bool hadOld_ = false;
+};
 
 // Where each mode's registry lives: an explicit lock root wins, then a user storage override
 // (non-ASCII survives the conversion from UTF-16), then XDG_RUNTIME_DIR if absolute, then
