@@ -97,7 +97,8 @@ TEST(ThreadPoolTest, ConcurrentShutDownsRunTheQueuedTasksRefuseNewOnesAndReturnA
             return;
         }
         EXPECT_TRUE(WaitFor([&] { return pool.isShutDown(); }));
-        EXPECT_EQ(testsupport::ThrownText<std::runtime_error>([&] { pool.post([] {}); }), "Thread pool is shut down");
+        EXPECT_EQ(testsupport::ThrownText<std::runtime_error>([&] { pool.post([] {}); }),
+                  "Thread pool is shut down");
         gate.open();
     });
     EXPECT_EQ(pool.threadCount(), 0u);
