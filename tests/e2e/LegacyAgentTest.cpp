@@ -101,8 +101,6 @@ protected:
 TEST_F(LegacyAgentTest, ClientListsLooksUpAndCallsEveryService) {
     startLegacyAgent(url_);
     EXPECT_EQ(directory().queryDirectoryForServiceUUIDs("*").size(), 4u);  // with the directory itself
-    EXPECT_EQ(directory().queryDirectoryForServicesMatchingMetadata("*", kMetadata).size(), 2u);
-    EXPECT_TRUE(directory().queryDirectoryForServicesMatchingMetadata("*", {{"spf::servicemajor", "2"}}).empty());
     const std::map<std::string, ServiceStub> stubs{{"store", find("KeyValueStore")}, {"clock", find("Clock")},
                                                    {"raw", find("RawEcho")}};
     EXPECT_EQ(stubs.at("store").getVersion(), APIVersion(1, 0, 0, 0));
