@@ -30,31 +30,23 @@ TEST_P(TransportLoadTest, TenThousandConcurrentRequestsFromEightThreadsAllGetThe
     server_->getTransport()->registerHandler(address, echo);
     constexpr int kThreads = 8;
     constexpr int kPerThread = 1250;
-    testsupport::Barrier start(kThreads);
     std::atomic<int> right{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            start.ArriveAndWait();
-            std::vector<ReplyFuture> futures;
-            futures.reserve(kPerThread);
-            for (int i = 0; i < kPerThread; ++i) {
-                futures.push_back(client_->getTransport()->sendRequest(
-                    address, text(std::to_string(t) + "/" + std::to_string(i))));
+    testsupport::RunConcurrently(kThreads, [&](int t) {
+        std::vector<ReplyFuture> futures;
+        futures.reserve(kPerThread);
+        for (int i = 0; i < kPerThread; ++i) {
+            futures.push_back(
+                client_->getTransport()->sendRequest(address, text(std::to_string(t) + "/" + std::to_string(i))));
+        }
+        for (int i = 0; i < kPerThread; ++i) {
+            const auto result = outcome(futures[i], deadline(30s));
+            if (result != std::to_string(t) + "/" + std::to_string(i)) {
+                ADD_FAILURE() << "request " << t << "/" << i << ": " << result;
+                return;
             }
-            for (int i = 0; i < kPerThread; ++i) {
-                const auto result = outcome(futures[i], deadline(30s));
-                if (result != std::to_string(t) + "/" + std::to_string(i)) {
-                    ADD_FAILURE() << "request " << t << "/" << i << ": " << result;
-                    return;
-                }
-                ++right;
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+            ++right;
+        }
+    });
     EXPECT_EQ(right.load(), kThreads * kPerThread);
 }
 

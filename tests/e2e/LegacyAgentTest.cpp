@@ -19,7 +19,6 @@
 #include <atomic>
 #include <iostream>
 #include <regex>
-#include <thread>
 
 namespace e2e {
 namespace {
@@ -261,24 +260,18 @@ TEST_F(LegacyAgentTest, ConcurrentClientsOnEightThreadsEachFindTheirOwnEntries) 
     ASSERT_TRUE(store.isFound());
     constexpr int kThreads = 8;
     constexpr int kPerThread = 100;
-    testsupport::Barrier start(kThreads);
     std::atomic<int> right{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            const auto put = store.getMethod("put");
-            const auto get = store.getMethod("get");
-            const auto key = [t](int i) { return std::to_string(t) + "/" + std::to_string(i); };
-            start.ArriveAndWait();
-            std::vector<agent::core::transport::ReplyFuture> puts;
-            for (int i = 0; i < kPerThread; ++i) puts.push_back(put(bytes(avro(key(i), "value of " + key(i)))));
-            for (auto& reply : puts) {
-                if (outcome(std::move(reply)) != kNoResult) return;
-            }
-            for (int i = 0; i < kPerThread; ++i) right += outcome(get(bytes(avro(key(i))))) == avro("value of " + key(i));
-        });
-    }
-    for (auto& thread : threads) thread.join();
+    testsupport::RunConcurrently(kThreads, [&](int t) {
+        const auto put = store.getMethod("put");
+        const auto get = store.getMethod("get");
+        const auto key = [t](int i) { return std::to_string(t) + "/" + std::to_string(i); };
+        std::vector<agent::core::transport::ReplyFuture> puts;
+        for (int i = 0; i < kPerThread; ++i) puts.push_back(put(bytes(avro(key(i), "value of " + key(i)))));
+        for (auto& reply : puts) {
+            if (outcome(std::move(reply)) != kNoResult) return;
+        }
+        for (int i = 0; i < kPerThread; ++i) right += outcome(get(bytes(avro(key(i))))) == avro("value of " + key(i));
+    });
     EXPECT_EQ(right.load(), kThreads * kPerThread);
 }
 

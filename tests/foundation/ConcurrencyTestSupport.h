@@ -1,7 +1,7 @@
 #pragma once
 
-// Helpers for the foundation tests: a deadline, a counter to wait on, a barrier, threads released
-// at once and a meter of how much runs at once; tests/support/WaitFor.h polls a condition.
+// Helpers for the foundation tests: a deadline, a counter to wait on and a meter of how much runs
+// at once; tests/support/Barrier.h releases threads at once, tests/support/WaitFor.h polls a condition.
 
 #include <atomic>
 #include <chrono>
@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 namespace foundation::testing {
 
@@ -40,36 +39,6 @@ private:
     std::size_t count_ = 0;
 };
 using Gate = Counter;
-
-// arriveAndWait() returns true once `parties` threads have arrived, false at the deadline.
-class Barrier {
-public:
-    explicit Barrier(std::size_t parties) : parties_(parties) {}
-    bool arriveAndWait() {
-        arrived_.increment();
-        return arrived_.waitFor(parties_);
-    }
-
-private:
-    Counter arrived_;
-    const std::size_t parties_;
-};
-
-// Runs body(0) ... body(n - 1) on n threads released at once; returns when all have returned.
-template <class Body>
-void concurrently(int n, Body body) {
-    Barrier start(n);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < n; ++i) {
-        threads.emplace_back([&, i] {
-            start.arriveAndWait();
-            body(i);
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-}
 
 // Tracks the most work items running at once: enter() and leave() around each.
 struct ConcurrencyMeter {

@@ -3,6 +3,7 @@
 #include "foundation/log/StderrSink.h"
 
 #include "ConcurrencyTestSupport.h"
+#include "support/Barrier.h"
 
 #include <gtest/gtest.h>
 
@@ -118,7 +119,7 @@ TEST_F(DiagnosticLoggerTest, MisbehavingSinksDoNotHurtTheCallerOrTheOtherSinks) 
 
 TEST_F(DiagnosticLoggerTest, ConcurrentLoggingWhileSinksChangeDeliversEveryRecord) {
     constexpr int kThreads = 8, kRecords = 200;
-    foundation::testing::concurrently(kThreads + 1, [&](int t) {
+    testsupport::RunConcurrently(kThreads + 1, [&](int t) {
         for (int i = 0; i < kRecords; ++i) {
             if (t == kThreads) {  // churns the sink list meanwhile
                 auto other = std::make_shared<log::capture_sink>("nobody");

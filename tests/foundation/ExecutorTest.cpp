@@ -6,6 +6,7 @@
 #include "foundation/log/CaptureSink.h"
 
 #include "ConcurrencyTestSupport.h"
+#include "support/Barrier.h"
 #include "support/Thrown.h"
 #include "support/WaitFor.h"
 
@@ -19,6 +20,7 @@
 
 namespace tp = foundation::concurrent::threadpool;
 using namespace foundation::testing;
+using testsupport::RunConcurrently;
 using testsupport::WaitFor;
 using testsupport::ThrownText;
 using Work = std::function<void()>;
@@ -72,7 +74,7 @@ TEST(ExecutorTest, ConcurrentGroupWaitsWaitOnlyForTheirOwnGroups) {
     std::atomic<bool> slowFinished{false};
     executor.postWork(slow, [&](tp::stop_token) { slowFinished = gate.wait(); }, false);
     std::vector<std::atomic<int>> ran(4);
-    concurrently(4, [&](int t) {
+    RunConcurrently(4, [&](int t) {
         const auto group = newGroup();
         for (int i = 0; i < 100; ++i) {
             executor.postWork(group, [&, t](tp::stop_token) { ++ran[t]; }, i % 7 == 0);

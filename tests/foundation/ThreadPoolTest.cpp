@@ -4,6 +4,7 @@
 #include "foundation/concurrent/threadpool/ThreadPool.h"
 
 #include "ConcurrencyTestSupport.h"
+#include "support/Barrier.h"
 #include "support/Thrown.h"
 #include "support/WaitFor.h"
 
@@ -17,6 +18,8 @@
 
 using namespace foundation::concurrent::threadpool;
 using namespace foundation::testing;
+using testsupport::Barrier;
+using testsupport::RunConcurrently;
 using testsupport::WaitFor;
 
 namespace {
@@ -35,9 +38,9 @@ TEST(ThreadPoolTest, WorkPostedFromManyThreadsRunsOnceEachWithinItsBound) {
         Barrier wideRunning(4);
         std::atomic<int> widePassed{0};
         Counter done;
-        concurrently(4, [&](int p) {
+        RunConcurrently(4, [&](int p) {
             if (limit != 0) {
-                wide.postWork([&] { widePassed += wideRunning.arriveAndWait() ? 1 : 0; });
+                wide.postWork([&] { widePassed += wideRunning.ArriveAndWait() ? 1 : 0; });
             }
             for (int i = 0; i < 250; ++i) {
                 std::function<void()> item = [&, p, i] {
@@ -76,7 +79,7 @@ TEST(ThreadPoolTest, IdleWorkersAreReusedAndAnUnlimitedPoolGrowsThenRetiresWorke
     EXPECT_EQ(pool.threadCount(), 1u);
     Barrier allRunning(6);
     for (int i = 0; i < 6; ++i) {
-        pool.post([&] { allRunning.arriveAndWait() ? done.increment() : void(); });
+        pool.post([&] { allRunning.ArriveAndWait() ? done.increment() : void(); });
     }
     ASSERT_TRUE(done.waitFor(26));
     EXPECT_TRUE(WaitFor([&] { return pool.threadCount() == ThreadPool::kCoreThreads; })) << pool.threadCount();
@@ -90,7 +93,7 @@ TEST(ThreadPoolTest, ConcurrentShutDownsRunTheQueuedTasksRefuseNewOnesAndReturnA
     for (int i = 0; i < 5; ++i) {
         pool.post([&] { ++ran; });
     }
-    concurrently(5, [&](int caller) {
+    RunConcurrently(5, [&](int caller) {
         if (caller > 0) {
             pool.shutDown();
             EXPECT_EQ(ran.load(), 6) << "returned before the workers were joined";

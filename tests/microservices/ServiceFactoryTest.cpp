@@ -1,7 +1,7 @@
 // Service factories and use counting: bundle scope, prototype scope,
 // failures, and ungetting when pointers die, services go or bundles stop.
 
-#include "RunConcurrently.h"
+#include "support/Barrier.h"
 #include "TestBundles.h"
 #include "support/Thrown.h"
 #include "support/FrameworkFixture.h"
@@ -259,7 +259,7 @@ namespace
         auto reg = context.RegisterService<Counter>(ToFactory(factory));
         auto ref = reg.GetReference();
         std::vector<std::shared_ptr<Counter>> got(threads);
-        testbundles::RunConcurrently(threads, [&](int t) { got[t] = context.GetService(ref); });
+        testsupport::RunConcurrently(threads, [&](int t) { got[t] = context.GetService(ref); });
         EXPECT_EQ(1, factory->made.load());
         for (auto const& g : got)
         {
@@ -267,7 +267,7 @@ namespace
             EXPECT_EQ(got[0].get(), g.get());
         }
         // Released from many threads at once: exactly one unget.
-        testbundles::RunConcurrently(threads, [&](int t) { got[t].reset(); });
+        testsupport::RunConcurrently(threads, [&](int t) { got[t].reset(); });
         EXPECT_EQ(1, factory->ungot.load());
     }
 } // namespace

@@ -1,7 +1,7 @@
 // The service registry through BundleContext: ordering, filters, properties
 // and the life of references and registrations.
 
-#include "RunConcurrently.h"
+#include "support/Barrier.h"
 #include "support/Thrown.h"
 #include "support/FrameworkFixture.h"
 
@@ -274,7 +274,7 @@ namespace
             "(objectclass=regtest::Foo)");
 
         std::vector<std::string> failures(kThreads);
-        testbundles::RunConcurrently(kThreads,
+        testsupport::RunConcurrently(kThreads,
                 [&](int t)
                 {
                     std::atomic<int> own{ 0 };
@@ -332,7 +332,7 @@ namespace
                 });
             std::atomic<int> succeeded{ 0 };
             std::atomic<int> refused{ 0 };
-            testbundles::RunConcurrently(kThreads,
+            testsupport::RunConcurrently(kThreads,
                                          [&](int)
                                          {
                                              try

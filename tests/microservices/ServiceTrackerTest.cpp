@@ -7,7 +7,7 @@
 #include "cppmicroservices/ServiceException.h"
 #include "cppmicroservices/ServiceTracker.h"
 #include "support/FrameworkFixture.h"
-#include "RunConcurrently.h"
+#include "support/Barrier.h"
 #include "support/Thrown.h"
 
 #include <gtest/gtest.h>
@@ -222,7 +222,7 @@ namespace
         ServiceTracker<Clock> steady(context, &customizer);
         steady.Open();
 
-        testbundles::RunConcurrently(threads,
+        testsupport::RunConcurrently(threads,
                 [&](int t)
                 {
                     for (int i = 0; i < rounds; ++i)

@@ -163,23 +163,15 @@ TEST_F(DirectoryServiceClientTest, ConcurrentRegistrationsReachSubscribersInTheD
     for (int t = 0; t < kThreads; ++t) {
         providers.push_back(&client());
     }
-    testsupport::Barrier start(kThreads);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            start.ArriveAndWait();
-            for (int i = 0; i < kEach; ++i) {
-                auto entry = instance("S" + std::to_string(t));
-                providers[t]->registerServiceInstance(entry);
-                if (i % 2 == 0) {
-                    providers[t]->deregisterServiceInstance(entry.instance);
-                }
+    testsupport::RunConcurrently(kThreads, [&](int t) {
+        for (int i = 0; i < kEach; ++i) {
+            auto entry = instance("S" + std::to_string(t));
+            providers[t]->registerServiceInstance(entry);
+            if (i % 2 == 0) {
+                providers[t]->deregisterServiceInstance(entry.instance);
             }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+        }
+    });
     const auto delivered = lines(seen, kThreads * kEach * 3 / 2);
     directory_->unsubscribe(recording);  // it records into this test's locals
     EXPECT_EQ(delivered.size(), kThreads * kEach * 3u / 2);

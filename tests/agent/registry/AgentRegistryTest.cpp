@@ -18,7 +18,6 @@
 #include <atomic>
 #include <fstream>
 #include <memory>
-#include <thread>
 #include <vector>
 
 extern char** environ;
@@ -158,39 +157,29 @@ TEST_F(AgentRegistryTest, ReadersNeverSeeAPartEntryWhileAgentsComeAndGo) {
     constexpr int kWriters = 4;
     constexpr int kReaders = 4;
     constexpr int kRounds = 100;
-    testsupport::Barrier start(kWriters + kReaders);
     std::atomic<int> writersDone{0};
     std::atomic<std::size_t> maxListed{0};
-    std::vector<std::thread> threads;
-    for (int w = 0; w < kWriters; ++w) {
-        threads.emplace_back([&, w] {
-            start.ArriveAndWait();
+    testsupport::RunConcurrently(kWriters + kReaders, [&](int t) {
+        if (t < kWriters) {
             for (int round = 0; round < kRounds; ++round) {
                 AgentRegistration registration(
-                    scratch_.path(), AgentInfo("writer-" + std::to_string(w), "inproc://w", ::getpid(), AgentMode::KorvexDrive));
+                    scratch_.path(), AgentInfo("writer-" + std::to_string(t), "inproc://w", ::getpid(), AgentMode::KorvexDrive));
             }
             ++writersDone;
-        });
-    }
-    for (int r = 0; r < kReaders; ++r) {
-        threads.emplace_back([&] {
-            start.ArriveAndWait();
-            while (writersDone.load() < kWriters) {
-                const auto listed = enumerateAllRunningAgents(scratch_.path(), 0);
-                std::size_t seen = listed.size();
-                for (const auto& agent : listed) {
-                    EXPECT_EQ(agent.getName().rfind("writer-", 0), 0u);
-                    EXPECT_EQ(agent.getProcessID(), ::getpid());
-                }
-                auto previous = maxListed.load();
-                while (seen > previous && !maxListed.compare_exchange_weak(previous, seen)) {
-                }
+            return;
+        }
+        while (writersDone.load() < kWriters) {
+            const auto listed = enumerateAllRunningAgents(scratch_.path(), 0);
+            std::size_t seen = listed.size();
+            for (const auto& agent : listed) {
+                EXPECT_EQ(agent.getName().rfind("writer-", 0), 0u);
+                EXPECT_EQ(agent.getProcessID(), ::getpid());
             }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+            auto previous = maxListed.load();
+            while (seen > previous && !maxListed.compare_exchange_weak(previous, seen)) {
+            }
+        }
+    });
     EXPECT_EQ(skipped(), 0u);
     EXPECT_LE(maxListed.load(), static_cast<std::size_t>(kWriters));
     EXPECT_TRUE(std::filesystem::is_empty(scratch_.path()));

@@ -1,7 +1,7 @@
 #ifndef TESTS_MICROSERVICES_CM_CMTESTSUPPORT_H
 #define TESTS_MICROSERVICES_CM_CMTESTSUPPORT_H
 
-#include "microservices/RunConcurrently.h"
+#include "support/Barrier.h"
 #include "support/FrameworkFixture.h"
 
 #include "cppmicroservices/Any.h"

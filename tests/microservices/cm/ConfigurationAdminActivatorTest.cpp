@@ -36,7 +36,7 @@ TEST_F(ConfigurationAdminActivatorTest, StopWhileUpdatesAreInFlightReturnsAndDel
 
     std::atomic<bool> done{ false };
     std::vector<std::vector<std::shared_future<void>>> futures(kUpdaters);
-    testbundles::RunConcurrently(kUpdaters + 1,
+    testsupport::RunConcurrently(kUpdaters + 1,
                                  [&](int t)
                                  {
                                      if (t == kUpdaters)

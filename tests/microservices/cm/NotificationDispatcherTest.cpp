@@ -269,7 +269,7 @@ TEST_F(NotificationDispatcherTest, ConcurrentUpdatesAndRegistrationsDeliverEachP
     {
         factory = std::make_shared<RecordingFactory>();
     }
-    testbundles::RunConcurrently(kUpdaters + kRegistrars,
+    testsupport::RunConcurrently(kUpdaters + kRegistrars,
                                  [&](int t)
                                  {
                                      if (t >= kUpdaters)

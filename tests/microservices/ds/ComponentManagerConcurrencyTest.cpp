@@ -4,7 +4,7 @@
 // delayed component is created once however many ask for it at once.
 
 #include "DSFixture.h"
-#include "microservices/RunConcurrently.h"
+#include "support/Barrier.h"
 
 #include <map>
 
@@ -54,7 +54,7 @@ namespace dstest
             StartBundle("DSTestLifecycleBundle");
             auto b = Register<test::RefB>(2);
             auto c = Register<test::RefC>(3);
-            testbundles::RunConcurrently(2 * kThreads,
+            testsupport::RunConcurrently(2 * kThreads,
                                          [&](int t)
                                          {
                                              for (int round = 0; round < kRounds; ++round)
@@ -98,7 +98,7 @@ namespace dstest
             auto bundle = StartBundle("DSTestLifecycleBundle");
             auto b = Register<test::RefB>(2);
             auto c = Register<test::RefC>(3);
-            testbundles::RunConcurrently(kThreads + 1,
+            testsupport::RunConcurrently(kThreads + 1,
                                          [&](int t)
                                          {
                                              for (int round = 0; round < kRounds && t < kThreads; ++round)
@@ -126,7 +126,7 @@ namespace dstest
             std::vector<cppmicroservices::BundleContext> users{ context, runtime.GetBundleContext(),
                                                                       lifecycle.GetBundleContext() };
             std::vector<std::shared_ptr<test::LazyService>> got(kThreads);
-            testbundles::RunConcurrently(kThreads, [&](int t) { got[t] = users[t % users.size()].GetService(reference); });
+            testsupport::RunConcurrently(kThreads, [&](int t) { got[t] = users[t % users.size()].GetService(reference); });
             for (auto const& service : got)
             {
                 ASSERT_TRUE(service);

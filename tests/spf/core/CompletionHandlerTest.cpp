@@ -10,7 +10,6 @@
 #include <future>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 using agent::spf::core::CompletionHandler;
@@ -64,16 +63,11 @@ TEST(CompletionHandlerTest, RacingCompletionsOfCopiesFromManyThreadsCompleteExac
         std::atomic<int> failures{0};
         CompletionHandler handler([&results](GenericPayload) { ++results; },
                                   [&failures](std::exception_ptr) { ++failures; }, typeid(std::int32_t));
-        testsupport::Barrier start(threadCount);
-        std::vector<std::thread> threads;
-        for (int t = 0; t < threadCount; ++t) {
-            threads.emplace_back([&start, handler, t]() mutable {
-                start.ArriveAndWait();
-                t % 2 == 0 ? handler(GenericPayload::make(std::int32_t{t}))
-                           : handler(std::make_exception_ptr(std::runtime_error("failure")));
-            });
-        }
-        for (auto& thread : threads) thread.join();
+        testsupport::RunConcurrently(threadCount, [&handler](int t) {
+            CompletionHandler copy = handler;
+            t % 2 == 0 ? copy(GenericPayload::make(std::int32_t{t}))
+                       : copy(std::make_exception_ptr(std::runtime_error("failure")));
+        });
         EXPECT_EQ(1, results + failures) << "round " << round;
         EXPECT_TRUE(handler.isCompleted());
     }

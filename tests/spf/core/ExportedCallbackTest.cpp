@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cstdint>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 using agent::spf::core::ExportedCallback;
@@ -24,20 +23,14 @@ TEST(ExportedCallbackTest, ConcurrentInvokesStopAtTheMaximumAndRemovalTellsOnlyT
     ExportedCallback callback = ExportedCallback::make([&runs](std::int32_t) { ++runs; }, maximum);
     auto state = callback.getSharedState();
     state->setLastInvokeHandler([&lastInvokes] { ++lastInvokes; });
-    testsupport::Barrier start(threadCount);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < threadCount; ++t) {
-        threads.emplace_back([&] {
-            start.ArriveAndWait();
-            try {
-                state->invoke(GenericPayload::make(std::int32_t{1}));
-            } catch (const std::runtime_error& e) {
-                EXPECT_STREQ("Exported callback is no longer active", e.what());
-                ++refused;
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
+    testsupport::RunConcurrently(threadCount, [&](int) {
+        try {
+            state->invoke(GenericPayload::make(std::int32_t{1}));
+        } catch (const std::runtime_error& e) {
+            EXPECT_STREQ("Exported callback is no longer active", e.what());
+            ++refused;
+        }
+    });
     EXPECT_EQ(maximum, runs.load());
     EXPECT_EQ(threadCount - maximum, refused.load());
     EXPECT_EQ(1, lastInvokes.load());

@@ -11,7 +11,6 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 using agent::spf::core::GenericPayload;
@@ -90,24 +89,17 @@ TEST(SerialisationCatalogueTest, LookupsRunWhileOtherThreadsRegister) {
     SerialisationCatalogue catalogue;
     registerAvroTypes(catalogue);
     constexpr int threadCount = 8;
-    testsupport::Barrier start(threadCount);
     std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < threadCount; ++t) {
-        threads.emplace_back([&, t] {
-            start.ArriveAndWait();
-            for (int i = 0; i < 200; ++i) {
-                if (t % 2 == 0) {
-                    registerAvroTypes(catalogue);
-                } else {
-                    auto serialisers =
-                        createSerialisersFor(GenericPayload::make(std::int64_t{i}), catalogue, avroContentType);
-                    wrong += deserialise(catalogue, typeid(std::int64_t), drain(serialisers[0])).get<std::int64_t>(0) != i;
-                }
+    testsupport::RunConcurrently(threadCount, [&](int t) {
+        for (int i = 0; i < 200; ++i) {
+            if (t % 2 == 0) {
+                registerAvroTypes(catalogue);
+            } else {
+                auto serialisers = createSerialisersFor(GenericPayload::make(std::int64_t{i}), catalogue, avroContentType);
+                wrong += deserialise(catalogue, typeid(std::int64_t), drain(serialisers[0])).get<std::int64_t>(0) != i;
             }
-        });
-    }
-    for (auto& thread : threads) thread.join();
+        }
+    });
     EXPECT_EQ(wrong.load(), 0);
 }
 

@@ -251,32 +251,9 @@ TEST(InvokablePublisherConcurrencyTest, ClientsGetAndGiveBackWhileFactoriesComeA
     std::vector<std::list<CountingFactory>> churned(churners);
     std::atomic<int> gotten{0};
 
-    testsupport::Barrier start(clients + churners);
-    std::vector<std::thread> threads;
-    for (int c = 0; c < clients; ++c) {
-        threads.emplace_back([&, c] {
-            start.ArriveAndWait();
-            std::deque<std::shared_ptr<Invokable>> held;
-            for (int round = 0; round < clientRounds; ++round) {
-                const auto factories = publisher.findInvokableFactories("Greeter", 1);
-                if (factories.empty()) continue;
-                try {
-                    held.push_back(publisher.getInvokable(factories[(round + c) % factories.size()].handle));
-                    ++gotten;
-                } catch (const std::exception&) {
-                    continue;  // withdrawn between the lookup and the get
-                }
-                // Given back by an explicit unget, once, or else with its last copy.
-                if (round % 3 == 0 && publisher.ungetInvokable(held.back())) {
-                    EXPECT_FALSE(publisher.ungetInvokable(held.back()));
-                }
-                if (held.size() > 4) held.pop_front();
-            }
-        });
-    }
-    for (int c = 0; c < churners; ++c) {
-        threads.emplace_back([&, c] {
-            start.ArriveAndWait();
+    testsupport::RunConcurrently(clients + churners, [&](int t) {
+        if (t >= clients) {
+            const int c = t - clients;
             for (int round = 0; round < churnRounds; ++round) {
                 auto& factory = churned[c].emplace_back();
                 const auto handle = factory.registerWith(publisher, "Greeter", APIVersion(1, 100 + c, round));
@@ -285,9 +262,25 @@ TEST(InvokablePublisherConcurrencyTest, ClientsGetAndGiveBackWhileFactoriesComeA
                 publisher.withdrawInvokableFactory(handle);
                 factory.withdrawalReturned = true;
             }
-        });
-    }
-    for (auto& thread : threads) thread.join();
+            return;
+        }
+        std::deque<std::shared_ptr<Invokable>> held;
+        for (int round = 0; round < clientRounds; ++round) {
+            const auto factories = publisher.findInvokableFactories("Greeter", 1);
+            if (factories.empty()) continue;
+            try {
+                held.push_back(publisher.getInvokable(factories[(round + t) % factories.size()].handle));
+                ++gotten;
+            } catch (const std::exception&) {
+                continue;  // withdrawn between the lookup and the get
+            }
+            // Given back by an explicit unget, once, or else with its last copy.
+            if (round % 3 == 0 && publisher.ungetInvokable(held.back())) {
+                EXPECT_FALSE(publisher.ungetInvokable(held.back()));
+            }
+            if (held.size() > 4) held.pop_front();
+        }
+    });
 
     EXPECT_GT(gotten, 0);
     for (const auto& factory : stable) {
