@@ -12,10 +12,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <future>
 
 using namespace agent::testing;
@@ -26,6 +28,15 @@ namespace {
 std::size_t entriesOf(const char* folder) {
     const auto path = std::string("/proc/self/") + folder;
     return std::distance(std::filesystem::directory_iterator(path), std::filesystem::directory_iterator());
+}
+
+// Whether thread `tid` of this process is asleep (state S in its /proc stat line).
+bool asleep(pid_t tid) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    const auto end = line.rfind(')');  // the thread's name may hold spaces and parentheses
+    return tid != 0 && end != std::string::npos && line.compare(end, 4, ") S ") == 0;
 }
 
 enum class TeardownOrder { ContainersFirst, ExchangeFirst, ServerFirst };
@@ -140,9 +151,9 @@ TEST_P(ExchangeLifecycleTest, DisconnectReleasesSendersBlockedOnBackPressure) {
     container->connectTransport(deaf.url());
 
     std::atomic<int> returned{0};
-    std::atomic<bool> started{false};
+    std::atomic<pid_t> senderThread{0};
     auto sender = std::async(std::launch::async, [&] {
-        started = true;
+        senderThread = static_cast<pid_t>(::syscall(SYS_gettid));
         const std::string large(64 * 1024, 'x');
         std::vector<ReplyFuture> futures;
         for (int i = 0; i < 1000 && container->getTransport()->isConnected(); ++i) {
@@ -151,10 +162,17 @@ TEST_P(ExchangeLifecycleTest, DisconnectReleasesSendersBlockedOnBackPressure) {
         }
         return futures;
     });
-    // A few 64 KiB frames fill the queues and socket buffers between the two sockets (the
-    // container's own introduction may have done so already); the sender then waits on
-    // back-pressure, which the count below shows.
-    ASSERT_TRUE(eventually([&] { return started.load(); }));
+    // A few 64 KiB frames fill the queues and socket buffers between the two sockets; the sender
+    // then waits on back-pressure: asleep, its count still, look after look. (A sender merely
+    // descheduled that long would make the case weaker, never fail it.)
+    int stillLooks = 0;
+    int lastCount = -1;
+    ASSERT_TRUE(eventually([&] {
+        const int count = returned.load();
+        stillLooks = count == lastCount && asleep(senderThread.load()) ? stillLooks + 1 : 0;
+        lastCount = count;
+        return stillLooks >= 100;
+    }));
     container->forceDisconnectTransport();
     ASSERT_EQ(sender.wait_until(deadline()), std::future_status::ready);
     for (auto& future : sender.get()) {
